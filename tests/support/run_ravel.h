@@ -1,0 +1,49 @@
+// Runs the built ravel binary as a child process, for end-to-end tests.
+#pragma once
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace testsupport {
+
+struct run_result {
+    std::string out;   // standard output
+    std::string err;   // standard error
+    int status = -1;   // exit status as the shell sees it (255 for -1), or 128+signal
+};
+
+// Runs ravel with `args` (argv[0] is added), feeding `input` on standard input.
+// TZ is pinned to UTC; `env` adds or replaces further variables ("NAME=value").
+// A non-empty `cwd` is the child's working directory.
+run_result run_ravel(const std::vector<std::string>& args, const std::string& input = "",
+                     const std::vector<std::string>& env = {}, const std::string& cwd = "");
+
+// Path of the built ravel binary.
+std::string ravel_binary();
+
+// Folder of the real sample containers beside the project, or "" when it is absent.
+std::string real_fixtures_dir();
+
+// A fresh empty folder under the system's temporary folder, removed by the destructor.
+class temp_dir {
+public:
+    temp_dir();
+    ~temp_dir();
+    temp_dir(const temp_dir&) = delete;
+    temp_dir& operator=(const temp_dir&) = delete;
+    const std::string& path() const { return path_; }
+    std::string file(const std::string& name) const { return path_ + "/" + name; }
+
+private:
+    std::string path_;
+};
+
+// Whole file as bytes; "" when it can't be read.
+std::string read_file(const std::string& path);
+// Writes bytes to a file, creating parent folders; false on failure.
+bool write_file(const std::string& path, const std::string& bytes);
+
+// Drops the report preamble: everything up to and including the first empty line.
+std::string after_preamble(const std::string& report);
+
+}  // namespace testsupport

@@ -1,0 +1,440 @@
+#include "foundation/hv_date_text.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <iterator>
+#include <map>
+#include <sstream>
+
+#include "foundation/hv_string.h"
+
+namespace {
+
+const char* const month_names[12] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                     "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+
+constexpr size_t npos = std::string::npos;
+
+// Writes `value` in exactly `width` digits with leading zeros (higher digits are cut, as with
+// a fixed field); answers the end.
+char* put_digits(char* p, uint64_t value, int width) {
+    for (int i = width - 1; i >= 0; --i) {
+        p[i] = static_cast<char>('0' + value % 10);
+        value /= 10;
+    }
+    return p + width;
+}
+
+bool holds(const std::string& s, const char* word) { return s.find(word) != npos; }
+
+// Count of characters from the first "xxx" to the last x, or 0 without "xxx".
+size_t fraction_digits(const std::string& time_template) {
+    const size_t first = time_template.find("xxx");
+    if (first == npos) return 0;
+    return time_template.rfind('x') - first + 1;
+}
+
+// What a date template asks for. The template is searched for known words only; the text is
+// built in a fixed order from them.
+struct date_plan {
+    char sep = '/';
+    bool complete = false;     // "yy", "mm" and "dd" are all there
+    bool year_first = false;   // the year word stands at position 0
+    bool day_first = false;    // "mm" is not before "dd"
+    bool month_name = false;
+    bool comma = false;        // behind the day, in the month-first order
+    bool short_year = false;
+};
+
+date_plan plan_date(const std::string& tpl) {
+    date_plan p;
+    bool comma_rule = false;
+    if (holds(tpl, "/")) {
+        p.sep = '/';
+    } else if (holds(tpl, "-")) {
+        p.sep = '-';
+    } else if (holds(tpl, " ")) {
+        p.sep = ' ';
+        comma_rule = true;
+    }
+    const size_t y = tpl.find("yy"), m = tpl.find("mm"), d = tpl.find("dd"), n = tpl.find("mmm");
+    p.month_name = n != npos;
+    p.comma = comma_rule && d != npos && d > (n != npos ? n : m) && tpl.find(',', d) != npos;
+    p.short_year = !holds(tpl, "yyyy") && y != npos;
+    p.complete = y != npos && m != npos && d != npos;
+    p.year_first = y == 0;
+    p.day_first = m >= d;
+    return p;
+}
+
+struct time_plan {
+    bool hour_minute = false;
+    bool second = false;
+    size_t digits = 0;   // from the first "xxx" to the last x; 0 without "xxx"
+};
+
+time_plan plan_time(const std::string& tpl) {
+    time_plan p;
+    p.hour_minute = holds(tpl, "hh:mm");
+    p.second = holds(tpl, "ss");
+    p.digits = fraction_digits(tpl);
+    return p;
+}
+
+// The templates change once per run at most, and the writer runs four times per row: the
+// plan of the last template is kept.
+template <class Plan>
+const Plan& cached_plan(const std::string& tpl, Plan (*make)(const std::string&)) {
+    thread_local std::string last_template;
+    thread_local Plan plan;
+    thread_local bool known = false;
+    if (!known || tpl != last_template) {
+        plan = make(tpl);
+        last_template = tpl;
+        known = true;
+    }
+    return plan;
+}
+
+size_t write_date(char* out, const hv::time_fields& f, const date_plan& plan) {
+    char month[3];
+    size_t month_len = 0;
+    if (!plan.month_name) {
+        put_digits(month, f.month, 2);
+        month_len = 2;
+    } else if (f.month >= 1 && f.month <= 12) {
+        const char* name = month_names[f.month - 1];
+        month[0] = name[0];
+        month[1] = name[1];
+        month[2] = name[2];
+        month_len = 3;
+    }
+    char day[2];
+    put_digits(day, f.day, 2);
+    char year[4];
+    put_digits(year, f.year, 4);
+    const char* year_text = plan.short_year ? year + 2 : year;
+    const size_t year_len = plan.short_year ? 2 : 4;
+
+    char* p = out;
+    auto add = [&p](const char* s, size_t len) {
+        for (size_t i = 0; i < len; ++i) *p++ = s[i];
+    };
+    if (plan.complete) {
+        if (plan.year_first) {
+            add(year_text, year_len);
+            *p++ = plan.sep;
+        }
+        if (plan.day_first) {
+            add(day, 2);
+            *p++ = plan.sep;
+            add(month, month_len);
+        } else {
+            add(month, month_len);
+            *p++ = plan.sep;
+            add(day, 2);
+            if (plan.comma) *p++ = ',';
+        }
+        if (!plan.year_first) {
+            *p++ = plan.sep;
+            add(year_text, year_len);
+        }
+    } else {
+        // A word is missing: the fixed road, with "/" whatever the separator was.
+        add(month, month_len);
+        *p++ = '/';
+        add(day, 2);
+        *p++ = '/';
+        add(year_text, year_len);
+    }
+    return static_cast<size_t>(p - out);
+}
+
+size_t write_time(char* out, const hv::time_fields& f, const time_plan& plan) {
+    char* p = out;
+    if (plan.hour_minute) {
+        p = put_digits(p, f.hour, 2);
+        *p++ = ':';
+        p = put_digits(p, f.minute, 2);
+    }
+    if (plan.second) {
+        *p++ = ':';
+        p = put_digits(p, f.second, 2);
+    }
+    const size_t c = plan.digits;
+    if (c >= 3 && c <= 9) {
+        static const uint64_t divisor[10] = {0, 0, 0, 0, 100, 10, 1, 100, 10, 1};
+        const uint64_t value = c == 3 ? f.milliseconds : c <= 6 ? f.microseconds / divisor[c] : f.nanoseconds / divisor[c];
+        *p++ = '.';
+        p = put_digits(p, value, static_cast<int>(c));
+    }
+    return static_cast<size_t>(p - out);
+}
+
+bool locale_builds(const std::string& name) {
+    try {
+        std::locale loc(name.c_str());
+        return true;
+    } catch (...) {
+        return false;
+    }
+}
+
+std::map<std::string, uint32_t>& month_map() {
+    static std::map<std::string, uint32_t> map;
+    if (map.empty()) {
+        for (uint32_t i = 0; i < 12; ++i) {
+            std::string name = month_names[i];
+            map[to_lower(name)] = i + 1;
+        }
+    }
+    return map;
+}
+
+bool lookup_month(std::string field, uint32_t* month) {
+    const auto& map = month_map();
+    const auto it = map.find(to_lower(field));
+    if (it == map.end()) return false;
+    *month = it->second;
+    return true;
+}
+
+bool read_by_letter(char letter, const std::string& field, uint32_t* day, uint32_t* month, uint32_t* year) {
+    switch (letter) {
+    case 'D': return parse_uint_text(field.c_str(), day);
+    case 'Y': return parse_uint_text(field.c_str(), year);
+    case 'M': return parse_uint_text(field.c_str(), month);
+    default: return false;
+    }
+}
+
+// End of a field that stops at the letter before "m" (as in "pm"), and back over a blank.
+size_t end_before_meridiem(const std::string& s, size_t m, size_t start) {
+    size_t end = m - 1;
+    if (end > start && s[end - 1] == ' ') --end;
+    return end;
+}
+
+}  // namespace
+
+bool format_date_time_template(std::string& date_text, std::string& time_text, const hv::time& t,
+                               const std::string& date_template, const std::string& time_template) {
+    date_text.clear();
+    time_text.clear();
+    if (!t.valid) return false;
+    char buf[32];
+    if (!date_template.empty())
+        date_text.assign(buf, write_date(buf, t.fields, cached_plan(date_template, plan_date)));
+    if (!time_template.empty())
+        time_text.assign(buf, write_time(buf, t.fields, cached_plan(time_template, plan_time)));
+    return true;
+}
+
+void format_date_time_in_locale(std::string& date_text, std::string& time_text, const hv::time& t,
+                                const std::locale* date_locale, bool with_fraction, bool short_year,
+                                bool nanoseconds) {
+    date_text.clear();
+    time_text.clear();
+    if (!t.valid) return;
+    const hv::time_fields& f = t.fields;
+    char buf[30];
+    if (date_locale) {
+        struct tm tm {};
+        tm.tm_mon = f.month - 1;
+        tm.tm_mday = f.day;
+        tm.tm_year = f.year - 1900;
+        tm.tm_hour = f.hour;
+        tm.tm_min = f.minute;
+        tm.tm_sec = f.second;
+        std::ostringstream os;
+        os.imbue(*date_locale);
+        std::use_facet<std::time_put<char>>(*date_locale).put(std::ostreambuf_iterator<char>(os), os, ' ', &tm, 'x');
+        date_text = os.str();
+    } else if (short_year) {
+        const int year = f.year < 2000 ? f.year - 1900 : f.year - 2000;
+        std::snprintf(buf, sizeof buf, "%02d-%02d-%02d", year, f.month, f.day);
+        date_text = buf;
+    } else {
+        std::snprintf(buf, sizeof buf, "%04d-%02d-%02d", f.year, f.month, f.day);
+        date_text = buf;
+    }
+    if (!with_fraction)
+        std::snprintf(buf, sizeof buf, "%02d:%02d:%02d", f.hour, f.minute, f.second);
+    else if (nanoseconds)
+        std::snprintf(buf, sizeof buf, "%02d:%02d:%02d.%09lld", f.hour, f.minute, f.second,
+                      static_cast<long long>(f.nanoseconds));
+    else
+        std::snprintf(buf, sizeof buf, "%02d:%02d:%02d.%03d", f.hour, f.minute, f.second, f.milliseconds);
+    time_text = buf;
+}
+
+void format_date_time(std::string& date_text, std::string& time_text, const hv::time& t, bool with_fraction,
+                      bool short_year, bool use_locale, bool nanoseconds) {
+    date_text.clear();
+    time_text.clear();
+    if (!t.valid) return;
+    std::string name;
+    if (use_locale && lookup_date_locale(name)) {
+        try {
+            const std::locale loc(name.c_str());
+            format_date_time_in_locale(date_text, time_text, t, &loc, with_fraction, short_year, nanoseconds);
+            return;
+        } catch (...) {
+            // Gone since the look-up: the fixed form below.
+        }
+    }
+    format_date_time_in_locale(date_text, time_text, t, nullptr, with_fraction, short_year, nanoseconds);
+}
+
+void format_date_time_simple(std::string& date_text, std::string& time_text, const hv::time& t,
+                             bool use_locale) {
+    format_date_time(date_text, time_text, t, true, false, use_locale, false);
+}
+
+bool lookup_date_locale(std::string& name) {
+    name.clear();
+    if (locale_builds(name)) return true;
+    // An unset variable leaves "%LC_TIME%" as it stands, which is then no good name.
+    name = expand_path_text("%LC_TIME%", false);
+    if (locale_builds(name)) return true;
+    name = expand_path_text("%LANG%", false);
+    if (locale_builds(name)) return true;
+    name.clear();
+    return false;
+}
+
+std::string month_name_text(int month) {
+    if (month < 1 || month > 12) return std::string();
+    return month_names[month - 1];
+}
+
+bool parse_date_time_format(date_layout* out, const std::string& date_template, const std::string& time_template,
+                            bool pair_datetime) {
+    out->clear();
+    out->flags = pair_datetime ? 0x10000 : 0;
+    if (!date_template.empty()) {
+        if (holds(date_template, "/"))
+            out->flags |= '/';
+        else if (holds(date_template, "-"))
+            out->flags |= '-';
+        else if (holds(date_template, " "))
+            out->flags |= ' ';
+        size_t m;
+        if ((m = date_template.find("mmm")) != npos)
+            out->flags |= 0x100;
+        else if ((m = date_template.find("mm")) != npos)
+            out->flags |= 0x200;
+        else
+            return false;
+        size_t y;
+        if ((y = date_template.find("yyyy")) != npos)
+            out->flags |= 0x400;
+        else if ((y = date_template.find("yy")) != npos)
+            out->flags |= 0x800;
+        else
+            return false;
+        if (holds(date_template, ",")) out->flags |= 0x1000;
+        const size_t d = date_template.find("dd");
+        if (d == npos) return false;
+        if (d < m && m < y)
+            out->flags |= 0x2000;
+        else if (m < d && d < y)
+            out->flags |= 0x4000;
+        else if (y < m && m < d)
+            out->flags |= 0x8000;
+        else
+            return false;
+    }
+    if (!time_template.empty()) {
+        const size_t c = fraction_digits(time_template);
+        if (c) out->flags |= static_cast<uint32_t>(c > 9 ? 9 : c) << 17;
+    }
+    return true;
+}
+
+bool parse_date_time_text(const char* date, const char* time, const std::string& order, char separator,
+                          hv::_windows_systemtime* out) {
+    uint32_t day = 0, month = 0, year = 0, hour = 0, minute = 0;
+    double seconds = 0;
+    if (!date || !*date) return false;
+    if (!parse_date_text(date, order, separator, &day, &month, &year)) return false;
+    if (time && *time && !parse_time_text(time, &hour, &minute, &seconds)) return false;
+    *out = hv::_windows_systemtime();
+    out->year = static_cast<uint16_t>(year);
+    out->month = static_cast<uint16_t>(month);
+    out->day = static_cast<uint16_t>(day);
+    out->hour = static_cast<uint16_t>(hour);
+    out->minute = static_cast<uint16_t>(minute);
+    const double whole = static_cast<double>(static_cast<int64_t>(seconds));
+    out->second = static_cast<uint16_t>(whole);
+    // The one place that rounds: 59.9996 gives second 59 and 1000 milliseconds.
+    out->milliseconds = static_cast<uint16_t>((seconds - whole) * 1000.0 + 0.5);
+    return true;
+}
+
+bool parse_date_text(const char* text, std::string order, char separator, uint32_t* day, uint32_t* month,
+                     uint32_t* year) {
+    *day = *month = *year = 0;
+    if (order.size() < 3 || !text) return false;
+    std::istringstream in(text);
+    std::string field;
+    if (!std::getline(in, field, separator)) return false;
+    const size_t mon = order.find("Mon");
+    to_upper(order);
+    const size_t upper_mon = order.find("MON");
+    if (upper_mon != npos) order.replace(upper_mon, 3, "M");
+    if (order.size() < 3) return false;
+
+    if (mon == 0) {
+        if (!lookup_month(field, month)) return false;
+    } else if (!read_by_letter(order[0], field, day, month, year)) {
+        return false;
+    }
+
+    for (int i = 0; i < 3; ++i) {   // doubled separators are skipped
+        if (!std::getline(in, field, separator)) return false;
+        if (!field.empty()) break;
+    }
+    if (mon != npos && mon > 0) {
+        if (!lookup_month(field, month)) return false;
+    } else if (!read_by_letter(order[1], field, day, month, year)) {
+        return false;
+    }
+
+    do {
+        if (!std::getline(in, field, separator)) return false;
+    } while (field.empty());
+    if (!read_by_letter(order[2], field, day, month, year)) return false;
+
+    if (*year < 100) *year += *year > 30 ? 1900 : 2000;
+    // Month 0 and day 0 pass: they fold later in systemtime_to_filetime.
+    return *month < 13 && *day < 32;
+}
+
+bool parse_time_text(const char* text, uint32_t* hour, uint32_t* minute, double* second) {
+    *hour = *minute = 0;
+    *second = 0;
+    if (!text) return false;
+    std::string s = text;
+    trim_whitespace(s);
+    to_lower(s);
+    const size_t c1 = s.find(':');
+    if (c1 == npos) return false;
+    const size_t c2 = s.find(':', c1 + 1);
+    const size_t m = s.find('m', c1 + 1);
+    // "12:30 pm" gives hour 24, which carries into the next day.
+    if (m != npos && s[m - 1] == 'p') *hour += 12;
+    *hour += static_cast<uint32_t>(static_cast<int>(std::atof(s.substr(0, c1).c_str())));
+
+    const size_t start = c1 + 1;
+    size_t end = c2 != npos ? c2 : m != npos ? end_before_meridiem(s, m, start) : s.size();
+    if (end <= start || end - start >= 32) return false;
+    *minute += static_cast<uint32_t>(static_cast<int>(std::atof(s.substr(start, end - start).c_str())));
+
+    if (c2 != npos) {
+        const size_t from = c2 + 1;
+        end = m != npos && m > from ? end_before_meridiem(s, m, from) : s.size();
+        *second = std::atof(end > from ? s.substr(from, end - from).c_str() : "");
+    }
+    return true;
+}

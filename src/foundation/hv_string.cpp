@@ -1,0 +1,310 @@
+#include "foundation/hv_string.h"
+
+#include <cctype>
+#include <cstdlib>
+#include <cstring>
+#include <cwctype>
+#include <locale>
+
+namespace hv {
+
+void _16_byte_block::clear() { std::memset(bytes, 0, sizeof bytes); }
+
+bool _16_byte_block::operator!=(const _16_byte_block& other) const {
+    return std::memcmp(bytes, other.bytes, sizeof bytes) != 0;
+}
+
+}  // namespace hv
+
+namespace {
+
+const char* const blank_set = " \t\r\n";
+
+// Locales built once, on first use, and kept to the end of the run.
+const std::ctype<char>& lowering_facet() {
+    static const std::locale loc;
+    return std::use_facet<std::ctype<char>>(loc);
+}
+
+const std::ctype<char>& raising_facet() {
+    static const std::locale loc;
+    return std::use_facet<std::ctype<char>>(loc);
+}
+
+// One character class at a time; false when the string is left empty.
+bool trim_one_wide(std::wstring& s, wchar_t c) {
+    size_t first = s.find_first_not_of(c);
+    if (first == std::wstring::npos) {
+        s.clear();
+        return false;
+    }
+    s.erase(s.find_last_not_of(c) + 1);
+    s.erase(0, first);
+    return true;
+}
+
+template <class S>
+bool split_at(const S& path, size_t at, S& folder, S& name, const typename S::value_type* up) {
+    folder.assign(path, 0, at);
+    name.assign(path, at + 1, S::npos);
+    if (name.size() == 2 && name[0] == '.' && name[1] == '.') {
+        name.assign(1, '.');
+        folder += up;
+    }
+    return true;
+}
+
+}  // namespace
+
+bool trim_whitespace(std::string& s) {
+    if (s.empty()) return false;
+    size_t first = s.find_first_not_of(blank_set);
+    if (first == std::string::npos) {
+        s.clear();
+        return false;
+    }
+    s.erase(s.find_last_not_of(blank_set) + 1);
+    s.erase(0, first);
+    return true;
+}
+
+// Deliberately weaker than trim_whitespace: "\t x" keeps its blank, "x \n" keeps "x ".
+bool trim_whitespace_wide(std::wstring& s) {
+    if (!trim_one_wide(s, L' ')) return false;
+    if (!trim_one_wide(s, L'\t')) return false;
+    while (!s.empty() && s.back() == L'\r') s.pop_back();
+    while (!s.empty() && s.back() == L'\n') s.pop_back();
+    return true;
+}
+
+int strip_line_end(std::string& s) {
+    int removed = 0;
+    while (!s.empty() && (s.back() == '\r' || s.back() == '\n')) {
+        s.pop_back();
+        ++removed;
+    }
+    return removed;
+}
+
+bool strip_trailing_slashes_wide(std::wstring& s) {
+    while (!s.empty() && (s.back() == L'/' || s.back() == L'\\')) s.pop_back();
+    return !s.empty();
+}
+
+bool drop_last_chars(std::string& s, int count) {
+    if (s.empty() || count <= 0) return false;
+    s.erase(static_cast<size_t>(count) >= s.size() ? 0 : s.size() - count);
+    return true;
+}
+
+std::string& to_lower(std::string& s) {
+    if (!s.empty()) lowering_facet().tolower(&s[0], &s[0] + s.size());
+    return s;
+}
+
+void to_upper(std::string& s) {
+    if (!s.empty()) raising_facet().toupper(&s[0], &s[0] + s.size());
+}
+
+std::wstring& to_lower_wide(std::wstring& s) {
+    for (wchar_t& c : s) c = static_cast<wchar_t>(std::towlower(static_cast<wint_t>(c)));
+    return s;
+}
+
+void replace_char(std::string& s, char from, char to, bool ignore_case) {
+    if (from == to) return;
+    char set[3] = {from, 0, 0};
+    if (ignore_case) {
+        const unsigned char u = static_cast<unsigned char>(from);
+        set[0] = static_cast<char>(std::tolower(u));
+        char upper = static_cast<char>(std::toupper(u));
+        if (upper != set[0]) set[1] = upper;
+    }
+    const size_t set_size = set[1] ? 2 : 1;
+    // Searching on behind the written place finds the same characters as restarting on it
+    // (the written one is not in the set unless `to` is, which no caller passes).
+    for (size_t pos = s.find_first_of(set, 0, set_size); pos != std::string::npos;
+         pos = s.find_first_of(set, pos + 1, set_size))
+        s[pos] = to;
+}
+
+bool replace_first(std::string& s, std::string& find, const std::string& with, bool ignore_case) {
+    if (s.empty()) return false;
+    size_t pos;
+    if (ignore_case) {
+        std::string lowered = s;
+        to_lower(lowered);
+        pos = lowered.find(to_lower(find));
+    } else {
+        pos = s.find(find);
+    }
+    if (pos == std::string::npos) return false;
+    s.replace(pos, find.size(), with);
+    return true;
+}
+
+std::string& replace_all(std::string& out, const std::string& text, const std::string& find,
+                         const std::string& with) {
+    out.clear();
+    if (text.empty() || find.empty()) return out;
+    out.reserve(text.size() + 256);
+    size_t from = 0;
+    for (size_t hit = text.find(find); hit != std::string::npos; hit = text.find(find, from)) {
+        out.append(text, from, hit - from);
+        out += with;
+        from = hit + find.size();
+    }
+    out.append(text, from, std::string::npos);
+    return out;
+}
+
+int remove_char(std::string& s, char c) {
+    std::string kept;
+    kept.reserve(s.size());
+    int removed = 0;
+    for (char x : s) {
+        if (x == c)
+            ++removed;
+        else
+            kept += x;
+    }
+    s.swap(kept);
+    return removed;
+}
+
+int remove_char_wide(std::wstring& s, wchar_t c) {
+    std::wstring kept;
+    kept.reserve(s.size());
+    int removed = 0;
+    for (wchar_t x : s) {
+        if (x == c)
+            ++removed;
+        else
+            kept += x;
+    }
+    s.swap(kept);
+    return removed;
+}
+
+bool split_path(const std::string& path, std::string& folder, std::string& name) {
+    folder.clear();
+    name.clear();
+    if (path.empty()) return false;
+    const size_t back = path.rfind('\\');
+    if (back != std::string::npos && back != 0) return split_at(path, back, folder, name, "\\..");
+    if (back == std::string::npos) {
+        const size_t slash = path.rfind('/');
+        // Two slashes, as the folder of ".." has always been written.
+        if (slash != std::string::npos && slash != 0) return split_at(path, slash, folder, name, "//..");
+    }
+    name = path;
+    folder = ".";
+    return true;
+}
+
+bool split_path(const char* path, std::string& folder, std::string& name) {
+    if (!path) {
+        folder.clear();
+        name.clear();
+        return false;
+    }
+    return split_path(std::string(path), folder, name);
+}
+
+bool split_path_wide(const std::wstring& path, std::wstring& folder, std::wstring& name) {
+    if (path.empty()) return false;
+    folder = L"";
+    name = L"";
+    const size_t back = path.rfind(L'\\');
+    if (back != std::wstring::npos && back != 0) return split_at(path, back, folder, name, L"\\..");
+    if (back == std::wstring::npos) {
+        const size_t slash = path.rfind(L'/');
+        if (slash != std::wstring::npos && slash != 0) return split_at(path, slash, folder, name, L"//..");
+    }
+    name = path;
+    folder = L".";
+    return true;
+}
+
+bool split_file_name(const char* path, std::string& folder, std::string& stem, std::string& extension) {
+    folder.clear();
+    stem.clear();
+    extension.clear();
+    if (!path || !*path) return false;
+    std::string name;
+    if (!split_path(path, folder, name)) return false;
+    const size_t dot = name.rfind('.');
+    if (dot == std::string::npos) {
+        stem = name;
+    } else {
+        stem.assign(name, 0, dot);
+        extension.assign(name, dot + 1, std::string::npos);
+    }
+    return true;
+}
+
+bool copy_printable_text(std::string& out, const uint8_t* data, int count, bool keep_line_ends,
+                         char replacement) {
+    out.clear();
+    if (!data || count <= 0) return false;
+    for (int i = 0; i < count; ++i) {
+        const uint8_t b = data[i];
+        if (b == 0) break;
+        if ((b >= 0x20 && b <= 0x7E) || (keep_line_ends && (b == '\n' || b == '\r')))
+            out += static_cast<char>(b);
+        else if (replacement)
+            out += replacement;
+    }
+    return true;
+}
+
+bool parse_uint_text(const char* text, uint32_t* out) {
+    *out = 0;
+    if (!text || !*text) return false;
+    // The form is chosen on a cleaned copy; the number is read from the text as given.
+    std::string copy = text;
+    trim_whitespace(copy);
+    to_lower(copy);
+    if (copy.empty()) return false;
+    unsigned long v;
+    if (copy.size() >= 2 && copy[1] == 'x')
+        v = std::strtoul(text + 2, nullptr, 16);
+    else if (copy[0] == 'x')
+        v = std::strtoul(text + 1, nullptr, 16);
+    else if (copy[0] == 'o')
+        v = std::strtoul(text + 1, nullptr, 8);
+    else if (text[0] == '+' || text[0] == '-' || std::isdigit(static_cast<unsigned char>(text[0])))
+        v = std::strtoul(text, nullptr, 10);
+    else if (copy.size() == 3 && (text[0] == '\'' || text[0] == '"') && text[2] == text[0])
+        v = static_cast<unsigned char>(text[1]);
+    else
+        return false;
+    *out = static_cast<uint32_t>(v);
+    return true;
+}
+
+std::string expand_path_text(std::string text, bool allow_vss) {
+    static const char vss_prefix[] = "\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy";
+    // A value is scanned in its turn; the bound on substitutions keeps a variable that names
+    // itself from holding the run forever, since such a text need not grow.
+    int substitutions = 0;
+    size_t pos = 0;
+    while (text.size() <= 512 && substitutions < 4096) {
+        const size_t open = text.find('%', pos);
+        if (open == std::string::npos) break;
+        const size_t close = text.find('%', open + 1);
+        if (close == std::string::npos) break;
+        std::string word = text.substr(open + 1, close - open - 1);
+        if (const char* value = std::getenv(word.c_str())) {
+            text.replace(open, close - open + 1, value);
+            ++substitutions;
+            continue;
+        }
+        pos = close + 1;
+        if (allow_vss && to_lower(word) == "vss") {
+            text.replace(open, close - open + 1, vss_prefix);
+            pos = open + sizeof vss_prefix - 1;
+        }
+    }
+    return text;
+}

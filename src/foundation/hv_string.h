@@ -1,0 +1,59 @@
+// Text helpers on std::string (UTF-8 or ASCII) and std::wstring (one code point per wchar_t).
+// Each works in place on its first argument, answers a small value, never throws and never prints.
+#pragma once
+#include <cstdint>
+#include <string>
+
+namespace hv {
+
+// Sixteen raw bytes, compared whole.
+struct _16_byte_block {
+    uint8_t bytes[16] = {};
+    void clear();
+    bool operator!=(const _16_byte_block& other) const;
+    bool operator==(const _16_byte_block& other) const { return !(*this != other); }
+};
+
+}  // namespace hv
+
+// trim
+bool trim_whitespace(std::string& s);          // false if empty or only " \t\r\n"
+bool trim_whitespace_wide(std::wstring& s);    // one class at a time: blanks, tabs, trailing CR, trailing LF
+int strip_line_end(std::string& s);            // count of CR/LF removed from the end
+bool strip_trailing_slashes_wide(std::wstring& s);
+bool drop_last_chars(std::string& s, int count);
+
+// case
+std::string& to_lower(std::string& s);
+void to_upper(std::string& s);
+std::wstring& to_lower_wide(std::wstring& s);
+
+// replace
+void replace_char(std::string& s, char from, char to, bool ignore_case);
+// With ignore_case, `find` itself is lowered and the caller sees that.
+bool replace_first(std::string& s, std::string& find, const std::string& with, bool ignore_case);
+std::string& replace_all(std::string& out, const std::string& text, const std::string& find,
+                         const std::string& with);
+int remove_char(std::string& s, char c);
+int remove_char_wide(std::wstring& s, wchar_t c);
+
+// path: the last "\" wins over any "/"; a separator only at position 0 does not split.
+bool split_path(const std::string& path, std::string& folder, std::string& name);
+bool split_path(const char* path, std::string& folder, std::string& name);
+bool split_path_wide(const std::wstring& path, std::wstring& folder, std::wstring& name);
+bool split_file_name(const char* path, std::string& folder, std::string& stem, std::string& extension);
+inline bool split_file_name(const std::string& path, std::string& folder, std::string& stem,
+                            std::string& extension) {
+    return split_file_name(path.c_str(), folder, stem, extension);
+}
+
+// bytes: printable ASCII is copied, a NUL ends the walk, other bytes become `replacement`
+// (dropped when it is 0).
+bool copy_printable_text(std::string& out, const uint8_t* data, int count, bool keep_line_ends,
+                         char replacement);
+
+// number forms: "0x1F" / "x1F" hex, "o17" octal, decimal with leading digit or sign, "'A'".
+bool parse_uint_text(const char* text, uint32_t* out);
+
+// %NAME% from the environment; with allow_vss, an unset %vss% becomes the shadow-copy device prefix.
+std::string expand_path_text(std::string text, bool allow_vss);

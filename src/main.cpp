@@ -1,2 +1,3 @@
-// Placeholder entry point until the run driver lands.
-int main() { return 0; }
+#include "cmdline/hv_driver.h"
+
+int main(int argc, char** argv) { return run_driver(argc, argv); }

@@ -1,0 +1,102 @@
+// The index.dat container outside its entries: the file header, the table of cache
+// directories, and the chain of HASH blocks that the container keeps as its own index.
+#pragma once
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "cache/hv_activity.h"
+
+constexpr uint32_t signature_hash = 0x48534148;  // "HASH"
+constexpr uint32_t no_index = 0xFFFFFFFFu;       // entry_record: no URL / REDR record, or a gap's block
+
+// One slot of a HASH block.
+struct FLAG_OFFSET_PAIR {
+    static constexpr uint32_t size = 8;
+    static constexpr uint32_t at_flag = 0;    // u32; unset_u32 ends the table
+    static constexpr uint32_t at_offset = 4;  // u32, file offset of the entry
+    uint32_t flag = 0;
+    uint32_t offset = 0;
+};
+
+// A HASH block: its first 24 bytes as copied, and the entries its slots name.
+struct HASH_TABLE_RECORD {
+    static constexpr uint32_t size = 24;  // bytes copied
+    static constexpr uint32_t at_signature = 0;
+    static constexpr uint32_t at_block_count = 4;  // u32, 128-byte blocks
+    static constexpr uint32_t at_next = 8;         // u32, file offset of the next block, 0 ends
+    static constexpr uint32_t at_slots = 16;       // FLAG_OFFSET_PAIR, back to back
+
+    uint8_t bytes[size];
+    bool valid = false;
+    std::vector<FLAG_OFFSET_PAIR> pairs;
+    std::vector<URL_OR_LEAK_ACTIVITY_RECORD> url_entries;
+    std::vector<REDR_ACTIVITY_RECORD> redr_entries;
+
+    HASH_TABLE_RECORD() { clear(); }
+    void clear();
+    uint32_t block_count() const { return hv::le32(bytes, size, at_block_count); }
+    uint32_t next_offset() const { return hv::le32(bytes, size, at_next); }
+};
+
+// An entry as the hash walk knows it.
+struct entry_record {
+    uint64_t offset;
+    uint32_t length;      // block count x 128
+    uint32_t url_index;   // into the block's (or gap's) URL list; no_index for none
+    uint32_t redr_index;  // into the REDR list; no_index for none
+    std::vector<uint32_t> hash_blocks;  // numbers of the HASH blocks naming it; no_index for a gap entry
+    bool found_in_gap = false;
+
+    entry_record(uint32_t hash_block, uint64_t offset, uint32_t length, uint32_t url_index, uint32_t redr_index)
+        : offset(offset), length(length), url_index(url_index), redr_index(redr_index), hash_blocks{hash_block} {}
+};
+
+// What the system knows of one container beside its entries.
+struct INDEX_DAT_RECORD {
+    static constexpr uint32_t header_size = 81;  // bytes copied
+    static constexpr uint32_t at_signature = 0;  // "Client UrlCache", 15 bytes
+    static constexpr uint32_t signature_size = 15;
+    static constexpr uint32_t at_first_hash = 32;        // u32, offset of the first HASH block
+    static constexpr uint32_t at_directory_count = 72;   // u32
+    static constexpr uint32_t at_directory_table = 76;   // items of 12 bytes
+    static constexpr uint32_t directory_item_size = 12;  // u32 file count (not read), 8-byte name
+    static constexpr uint32_t at_first_directory_name = 80;
+    static constexpr uint32_t directory_name_size = 8;  // not NUL-terminated
+
+    uint8_t header[header_size];
+    std::vector<std::string> directory_names;  // 8 bytes each, NULs kept
+    std::vector<HASH_TABLE_RECORD> hash_tables;
+    bool valid = false;
+    std::map<uint64_t, entry_record> entries;
+    std::vector<URL_OR_LEAK_ACTIVITY_RECORD> gap_url_entries;
+    std::vector<REDR_ACTIVITY_RECORD> gap_redr_entries;
+
+    INDEX_DAT_RECORD() { clear(); }
+    void clear();
+
+    // Follows the container's own HASH chain and, with `find_gaps`, looks for entries in the
+    // space between those it names. Not used by the report, which is built from the scan alone.
+    // Decoding rewrites block counts in `buffer`, as the scan's decoder does.
+    bool walk_hash_tables(uint8_t* buffer, uint32_t size, bool find_gaps);
+
+private:
+    void merge_block(uint32_t block_number, const HASH_TABLE_RECORD& block);
+    void add_entry(uint32_t hash_block, uint64_t offset, uint32_t length, uint32_t url_index, uint32_t redr_index,
+                   bool found_in_gap);
+};
+
+// 1 when the first bytes are a container's header; the 81 bytes are copied whatever the answer.
+int read_container_header(INDEX_DAT_RECORD& record, const uint8_t* buffer, uint32_t size);
+
+// Reads the directory table and gives each row of `rows` its directory name. 0 when the
+// header or the table's bound fails; the rows then keep their empty directory.
+int read_directory_table(INDEX_DAT_RECORD& record, result_map& rows, const uint8_t* buffer, uint32_t size);
+
+// Distance from `base` to `pointer` when `length` bytes there lie inside `total` bytes at `base`;
+// 0 otherwise. A range at `base` itself, or one that ends exactly at `total`, counts as outside.
+uint64_t range_is_inside(const void* base, const void* pointer, uint64_t length, uint64_t total);
+
+// Reads the HASH block at `block_offset` and decodes every entry its slots name.
+int read_hash_block(HASH_TABLE_RECORD& record, uint8_t* buffer, uint64_t block_offset, uint32_t size);

@@ -1,0 +1,37 @@
+// Decoding of one entry at a signature, and its turning into a report row.
+#pragma once
+#include <cstdint>
+#include <string>
+
+#include "cache/hv_activity.h"
+
+class cmd_opts;
+
+// Entries of this many blocks or more are never reported.
+constexpr uint32_t max_entry_blocks = 10;
+
+// Decodes the "URL " or "LEAK" entry at `buffer + offset`, `size` being the buffer's length.
+// 1 when the record may be used. When another signature follows inside the entry, its distance
+// in blocks is written over the entry's block count in `buffer` (memory only), and bounds all
+// reads from then on; the record keeps the file's own count.
+int decode_url_or_leak(URL_OR_LEAK_ACTIVITY_RECORD& record, uint8_t* buffer, uint32_t offset, uint32_t size);
+
+// Decodes the "REDR" entry at `buffer + offset`; 1 when the record may be used.
+int decode_redr(REDR_ACTIVITY_RECORD& record, uint8_t* buffer, uint64_t offset, uint32_t size);
+
+// Decodes the entry whose signature is at `entry`, `remaining` bytes before the buffer's end,
+// and adds its row under `position` unless that position already has one. 1 when a row was made.
+int decode_entry_at(result_map& rows, cmd_opts& opts, uint8_t* entry, uint32_t remaining, uint64_t position);
+
+// Keeps commas and line ends out of a report field: "," -> ";", trim, CR -> " ", LF -> ";".
+void clean_field(std::string& text);
+
+// Sets opts.cache_category from the words of opts.current_file; 1 for a known kind.
+int classify_container_path(cmd_opts& opts);
+
+// The "index.dat filename" column: the file, the partition with ":\", or the VMDK names.
+std::string build_source_text(const cmd_opts& opts);
+
+void fill_activity_from_url_or_leak(activity_record& row, const URL_OR_LEAK_ACTIVITY_RECORD& record,
+                                    const cmd_opts& opts);
+void fill_activity_from_redr(activity_record& row, const REDR_ACTIVITY_RECORD& record, const cmd_opts& opts);

@@ -1,0 +1,113 @@
+#include "cmdline/hv_cmd_params.h"
+
+#include <sys/time.h>
+
+
+namespace {
+
+// Now as 100 ns ticks since 1601, the unit of every stored moment in the record.
+uint64_t filetime_now() {
+    constexpr uint64_t unix_epoch_ticks = 116444736000000000ULL;
+    timeval tv{};
+    gettimeofday(&tv, nullptr);
+    return unix_epoch_ticks + static_cast<uint64_t>(tv.tv_sec) * 10000000ULL +
+           static_cast<uint64_t>(tv.tv_usec) * 10ULL;
+}
+
+}  // namespace
+
+cmd_params::cmd_params() { clear(); }
+
+cmd_params::~cmd_params() = default;
+
+void cmd_params::clear() {
+    run_filetime = filetime_now();
+    command_line.clear();
+    program_name.clear();
+    out_path.clear();
+    out_dir.clear();
+    username.clear();
+    hostname.clear();
+    path_alias_map.clear();
+    file_alias_map.clear();
+    date_format = "yyyy-mm-dd";
+    time_format = "hh:mm:ss.xxx";
+    date_layout.clear();
+    separator_char = '|';
+    subseparator_char = ';';
+    separator = " | ";
+    no_whitespace = false;
+    keep_whitespace = true;
+    base16 = true;
+    username_given = false;
+    hostname_given = false;
+    split_pathfile = false;
+    quoted_csv = false;
+    vmdk_files.clear();
+    image_offset = 0;
+    compress = false;
+    compress_gzip = false;
+    compress_zlib = false;
+    compress_zlibex = false;
+    zlibex_arg.clear();
+    threads = 0;
+    outdir_given = false;
+    outfile_given = false;
+    cpu_instances = -1;
+    cpu_limit = 0;
+    separate_files = false;
+    fragment_files = 0;
+    format_xml = false;
+    format_csv = false;
+    format_csvl2t = false;
+    format_csvgen = false;
+    format_bodyfile = false;
+    format_multiline = false;
+    verbose = true;
+    show_progress = true;
+    pair_datetime = false;
+    header_pending = true;
+    diags_on = false;
+    diags_level = 0;
+    diags_stream.reset();
+    diags_path.clear();
+    profile = false;
+    signal_arg.clear();
+    name_filters.clear();
+    skip_filters.clear();
+    pipe_input = false;
+    enum_dir.clear();
+    num_subdirs = 0;
+    enum_dir_given = false;
+    host_os_version.clear();
+    host_os_major = 0;
+    host_os_minor = 0;
+    host_os_patch = 0;
+    start_time_valid = false;
+    start_time_filetime = 0;
+    start_time_unix = 0;
+    stop_time_valid = false;
+    stop_time_filetime = 0;
+    stop_time_unix = 0;
+}
+
+cmd_opts::cmd_opts() { clear(); }
+
+cmd_opts::~cmd_opts() = default;
+
+void cmd_opts::clear() {
+    cmd_params::clear();
+    separator = ",";
+    separator_char = ';';
+    subseparator_char = ' ';
+    format_csv = true;
+    current_file.clear();
+    show_rows = true;
+    use_locale_format = false;
+    scan_bad_header = false;
+    show_note_columns = false;
+    partition.clear();
+    have_admin = false;
+    cache_category = 1;
+    result_map = nullptr;
+}

@@ -1,0 +1,132 @@
+#include "cmdline/hv_driver.h"
+
+#include <cstdio>
+#include <iostream>
+#include <locale>
+#include <sstream>
+#include <string>
+
+#include "cache/hv_preamble.h"
+#include "cache/hv_scan.h"
+#include "cmdline/hv_args.h"
+#include "cmdline/hv_cmd_params.h"
+#include "cmdline/hv_host.h"
+#include "cmdline/hv_options.h"
+#include "foundation/hv_console.h"
+#include "foundation/hv_string.h"
+#include "input/hv_name_filter.h"
+#include "input/hv_portable_dir.h"
+#include "storage/hv_fileio.h"
+#include "storage/hv_vmdk.h"
+
+namespace {
+
+constexpr int status_ok = 0;
+constexpr int status_failed = -1;
+
+int ignore_signal(std::string*) { return 0; }
+
+// -locale: dates follow the host's locale. Both lines go to standard output even when the
+// report goes to a file.
+void announce_locale() {
+    std::string name;
+    if (find_date_locale(name)) {
+        std::locale date_locale(name.c_str());
+        std::cout << "Using locale date format: " << date_locale.name() << '\n';
+    } else {
+        std::cout << "Using locale en_US date format" << '\n';
+    }
+    std::cout.flush();
+}
+
+// -f, -partition and -vmdk: one input, whose failure is the run's.
+int parse_one(std::ostream& out, cmd_opts& opts) {
+    if (process_input(out, opts)) return status_ok;
+    print_error("probs parsing file: %s\n", opts.current_file.c_str());
+    return status_failed;
+}
+
+// -pipe and -enumdir: a failed file is told and skipped; it never changes the status.
+int parse_list(std::ostream& out, cmd_opts& opts) {
+    hvportdir::stdin_stream_ex input(&opts);
+    bool started = opts.pipe_input ? input.init_to_stdin(true)
+                                   : input.init_to_enumdir(opts.enum_dir, opts.num_subdirs, opts.name_filters);
+    if (!started) return status_ok;
+    std::string name, folder, base;
+    while (input.read(name, true)) {
+        if (name.empty()) continue;
+        file_stats stats;
+        bool could_not_open = false;
+        if (filter_passes_narrow(opts, could_not_open, name, opts.name_filters, &stats)) {
+            diag_line(opts, name);
+            name = expand_path_text(name, true);
+            if (!name.empty() && split_path(name, folder, base)) {
+                opts.current_file = name;
+                if (!process_input(out, opts)) print_error("probs parsing file: %s\n", name.c_str());
+            }
+        }
+        name.clear();
+    }
+    return status_ok;
+}
+
+// The first road that applies is the only one taken.
+int take_road(std::ostream& out, cmd_opts& opts, arg_list& args) {
+    std::string value;
+    if (take_option("-partition", opts.partition, args)) {
+        // Nothing sets have_admin: as things stand every -partition run ends here.
+        if (!opts.have_admin) {
+            print_error("re-run [-partition] option w/ admin privileges\n");
+            return status_failed;
+        }
+        return parse_one(out, opts);
+    }
+    if (peek_option("-vmdk", value, args, true)) {
+        if (!parse_vmdk_list(opts, args, check_vmdk_list, nullptr, true, "-vmdk")) return status_failed;
+        return parse_one(out, opts);
+    }
+    if (take_option("-f", opts.current_file, args)) {
+        opts.current_file = expand_path_text(opts.current_file, true);
+        return parse_one(out, opts);
+    }
+    if (opts.pipe_input || opts.enum_dir_given) return parse_list(out, opts);
+    print_usage(args[0].c_str());
+    return status_ok;
+}
+
+}  // namespace
+
+int run_driver(int argc, const char* const* argv) {
+    // Construction order matters on the way out: the report file closes (and completes) before
+    // the options close the -diags log, and the console appends its elapsed time last.
+    arg_list args;
+    args_from_argv(args, argc, argv);
+    cmdline_ctx console;
+    cmd_opts opts;
+    std::ostringstream report_preamble;
+
+    if (!start_up(args, report_preamble)) return status_ok;
+    if (!parse_options(opts, args)) {
+        std::cout << report_preamble.str() << '\n';
+        return status_failed;
+    }
+    console.configure(opts, ignore_signal);
+
+    uni::fileio results;
+    std::ostream* out = &std::cout;
+    if (!opts.out_path.empty()) {
+        results.open(opts.out_path, true, false, true);
+        out = results.is_open() ? results.get_output() : nullptr;
+        if (!out) {
+            std::fprintf(stderr, "prob opening results file: %s for writing\n", opts.out_path.c_str());
+            return status_failed;
+        }
+    }
+    *out << report_preamble.str() << '\n';
+
+    opts.use_locale_format = take_flag("-locale", args);
+    opts.scan_bad_header = true;  // every file is scanned, whatever its first bytes
+    if (opts.use_locale_format) announce_locale();
+
+    return take_road(*out, opts, args);
+}

@@ -1,0 +1,180 @@
+#include "foundation/hv_console.h"
+
+#include <algorithm>
+#include <sstream>
+
+#include "cmdline/hv_cmd_params.h"
+#include "foundation/hv_time.h"
+#include "storage/hv_fileio.h"
+
+const char short_erase_text[] = "\x1b[2K\r    \r";
+const char long_erase_text[] = "\x1b[2K\r                           \r";
+static_assert(sizeof short_erase_text - 1 == 10, "short erase is 10 bytes");
+static_assert(sizeof long_erase_text - 1 == 33, "long erase is 33 bytes");
+
+null_out_stream null_out;
+
+namespace {
+
+FILE* error_target = nullptr;   // null: standard error
+FILE* output_target = nullptr;  // null: standard output
+
+FILE* console_error() { return error_target != nullptr ? error_target : stderr; }
+FILE* console_output() { return output_target != nullptr ? output_target : stdout; }
+
+void write_long_erase() {
+    FILE* err = console_error();
+    fputs(long_erase_text, err);
+    fflush(err);
+}
+
+constexpr size_t status_buffer_size = 256;
+constexpr int longest_message = 4096;
+
+}  // namespace
+
+FILE* redirect_console_error(FILE* target) {
+    FILE* previous = console_error();
+    error_target = target;
+    return previous;
+}
+
+FILE* redirect_console_output(FILE* target) {
+    FILE* previous = console_output();
+    output_target = target;
+    return previous;
+}
+
+// ---- context --------------------------------------------------------------------------------
+
+cmdline_ctx::cmdline_ctx() = default;
+
+void cmdline_ctx::configure(const cmd_params& options, signal_callback_fn callback) {
+    console_settings settings;
+    settings.show_progress = options.show_progress;
+    settings.diags_good = options.diags_on && options.diags_stream && options.diags_stream->good();
+    settings.diags_path = options.diags_path;
+    settings.profile = options.profile;
+    settings.signal_arg = options.signal_arg;
+    configure(settings, callback);
+}
+
+void cmdline_ctx::configure(const console_settings& settings, signal_callback_fn callback) {
+    if (settings.show_progress) clear_line_at_end = true;
+    if (settings.diags_good) elapsed_file = settings.diags_path;
+    report_elapsed = settings.profile;
+    // The elapsed time counts from here, the end of option parsing.
+    if (settings.profile || !elapsed_file.empty()) start_stamp = hv::ntp_now();
+    if (callback != nullptr && !settings.signal_arg.empty()) {
+        signal_callback = callback;
+        signal_arg = settings.signal_arg;
+    }
+}
+
+cmdline_ctx::~cmdline_ctx() {
+    if (clear_line_at_end) write_long_erase();
+    if (start_stamp != 0) {
+        uint64_t now = hv::ntp_now();
+        double seconds = hv::ntp_difference(&start_stamp, &now);
+        std::ostringstream text;
+        text << "->" << seconds << " secs";
+        if (report_elapsed) fprintf(console_error(), "%s\n", text.str().c_str());
+        if (!elapsed_file.empty()) {
+            // The diagnostics log is already closed by now; the file must exist.
+            uni::fileio file;
+            if (file.open(elapsed_file, true, true, false)) {
+                file.append_text(text);
+                file.close();
+            }
+        }
+    }
+    if (signal_callback != nullptr && !signal_arg.empty()) signal_callback(&signal_arg);
+}
+
+// ---- status line and messages ---------------------------------------------------------------
+
+int print_status(const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    int kept = write_status_line(true, 60, 60, format, args, false);
+    va_end(args);
+    return kept;
+}
+
+int write_status_line(bool to_stderr, int max_chars, int, const char* format, va_list args, bool title) {
+    if (format == nullptr) return 0;
+    if (max_chars < 0) max_chars = 0;
+    size_t size = static_cast<size_t>(max_chars) > status_buffer_size ? static_cast<size_t>(max_chars) + 1
+                                                                      : status_buffer_size;
+    std::vector<char> text(size, 0);
+    va_list copy;
+    va_copy(copy, args);
+    int formatted = vsnprintf(text.data(), size - 1, format, copy);
+    va_end(copy);
+    if (formatted < 0) return 0;
+    int kept = std::min(formatted, max_chars);
+    text[std::min(static_cast<size_t>(kept), size - 1)] = 0;
+
+    std::string line;
+    if (!title) line = short_erase_text;
+    line += text.data();
+    if (!title) line += '\r';
+    // A status line never moves the cursor down.
+    line.erase(std::remove(line.begin(), line.end(), '\n'), line.end());
+
+    if (to_stderr) {
+        FILE* err = console_error();
+        fputs(line.c_str(), err);
+        fflush(err);
+    } else if (title) {
+        set_console_title(line.c_str());
+    } else {
+        FILE* out = console_output();
+        fprintf(out, "%s", line.c_str());
+        fflush(out);
+    }
+    return kept;
+}
+
+void clear_status_line(const cmd_params& options) {
+    if (options.show_progress) write_long_erase();
+}
+
+int print_error(const char* format, ...) {
+    write_long_erase();
+    if (format == nullptr) return 0;
+    va_list args;
+    va_start(args, format);
+    va_list measure;
+    va_copy(measure, args);
+    int length = vsnprintf(nullptr, 0, format, measure);
+    va_end(measure);
+    if (length < 0 || length > longest_message) {
+        va_end(args);
+        return 0;  // such a message vanishes without a word
+    }
+    std::vector<char> text(static_cast<size_t>(length) + 1, 0);
+    // The size given is the length, not the buffer's: the last character (in practice the final
+    // line feed) is dropped, and the run driver's messages rely on that form.
+    int result = vsnprintf(text.data(), static_cast<size_t>(length), format, args);
+    va_end(args);
+    if (result < 0) return 0;
+    FILE* err = console_error();
+    fputs(text.data(), err);
+    fflush(err);
+    return length;
+}
+
+bool set_console_title(const char* text) {
+    if (text == nullptr) return false;
+    FILE* out = console_output();
+    fprintf(out, "\x1b]0;%s\x07", text);
+    fflush(out);
+    return true;
+}
+
+void diag_line(cmd_params& options, const std::string& text) {
+    if (!options.diags_on || !options.diags_stream) return;
+    *options.diags_stream << "->" << text << '\n';
+    options.diags_stream->flush();
+}

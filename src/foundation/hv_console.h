@@ -1,0 +1,112 @@
+// The console: a self-overwriting status line, an error printer that wipes it first, and the
+// context that ends the run (clears the line, tells the elapsed time, calls the signal callback).
+// Everything goes to standard error, escape sequences included, terminal or not.
+#pragma once
+#include <cstdarg>
+#include <cstdint>
+#include <cstdio>
+#include <ostream>
+#include <streambuf>
+#include <string>
+#include <vector>
+
+#include "input/hv_name_filter.h"
+
+class cmd_params;
+
+// ESC "[2K" CR, blanks, CR: wipes the status line and leaves the cursor at column 0.
+extern const char short_erase_text[];  // 4 blanks, 10 bytes
+extern const char long_erase_text[];   // 27 blanks, 33 bytes
+
+// Where the console writes: standard error and standard output unless a test points them
+// elsewhere. Each answers the previous target; null restores the default.
+FILE* redirect_console_error(FILE* target);
+FILE* redirect_console_output(FILE* target);
+
+// The handler of -signal; gets the address of the context's signal_arg.
+using signal_callback_fn = int (*)(std::string* arg);
+
+// What the context takes from the options (configure's first step).
+struct console_settings {
+    bool show_progress = true;
+    bool diags_good = false;  // diags_on, and the log stream exists and is good
+    std::string diags_path;
+    bool profile = false;
+    std::string signal_arg;
+
+    void clear() { *this = console_settings(); }
+    bool valid() const { return true; }
+};
+
+// Lives for the whole of main; its destructor ends the run on every way out.
+class cmdline_ctx {
+public:
+    cmdline_ctx();
+    virtual ~cmdline_ctx();
+    cmdline_ctx(const cmdline_ctx&) = delete;
+    cmdline_ctx& operator=(const cmdline_ctx&) = delete;
+
+    // Second step of construction, right after the option table.
+    void configure(const cmd_params& options, signal_callback_fn callback);
+    void configure(const console_settings& settings, signal_callback_fn callback);
+
+    int32_t reserved = 0;
+    bool clear_line_at_end = false;
+    uint64_t start_stamp = 0;  // NTP stamp; 0: no elapsed time
+    bool report_elapsed = false;
+    std::string elapsed_file;  // the elapsed text is appended here when not empty
+    std::string signal_arg;
+    signal_callback_fn signal_callback = nullptr;
+};
+
+// A member of cmd_params, built and cleared, never filled.
+struct log_record : file_stats {
+    std::vector<std::string> lines;
+    std::vector<std::string> notes;
+
+    void clear() { *this = log_record(); }
+};
+
+#if defined(__GNUC__)
+#define HV_PRINTF_LIKE(f, a) __attribute__((format(printf, f, a)))
+#else
+#define HV_PRINTF_LIKE(f, a)
+#endif
+
+// A status line of at most 60 characters on standard error: short erase, text, CR.
+int print_status(const char* format, ...) HV_PRINTF_LIKE(1, 2);
+
+// The worker behind print_status: answers the number of characters kept, 0 on a format failure.
+// Line feeds never reach the screen. `reserved_chars` is not read.
+int write_status_line(bool to_stderr, int max_chars, int reserved_chars, const char* format, va_list args,
+                      bool title);
+
+// The long erase, when show_progress is set.
+void clear_status_line(const cmd_params& options);
+
+// Long erase, then the message WITHOUT its last character ("success\n" shows as "success").
+// Messages of 4097 characters or more vanish. Answers the formatted length, or 0.
+int print_error(const char* format, ...) HV_PRINTF_LIKE(1, 2);
+
+// ESC "]0;" text BEL on standard output; false for null.
+bool set_console_title(const char* text);
+
+// "->" text and a line end to the -diags log, when one is open.
+void diag_line(cmd_params& options, const std::string& text);
+
+// A stream that throws everything away.
+class null_out_buf : public std::streambuf {
+protected:
+    std::streamsize xsputn(const char*, std::streamsize count) override { return count; }
+    int_type overflow(int_type c) override { return c; }
+};
+
+class null_out_stream : public std::ostream {
+public:
+    null_out_stream() : std::ostream(&buf) {}
+
+private:
+    null_out_buf buf;
+};
+
+extern null_out_stream null_out;

@@ -1,0 +1,443 @@
+#include "storage/hv_fileio.h"
+
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+#include <stdexcept>
+
+#ifdef __APPLE__
+#include <sys/disk.h>
+#else
+#include <linux/fs.h>
+#endif
+
+#include "input/hv_name_filter.h"
+
+namespace uni {
+
+namespace {
+
+constexpr unsigned long report_buffer_size = 0x40000;  // one write(2) per quarter megabyte
+constexpr uint64_t max_read_step = 0x10000000;
+constexpr mode_t mode_for_write = 0606;
+constexpr mode_t mode_for_read = 0404;
+
+// Bits of st_mode as the refusal test names them: a named pipe has 0x1000, a socket 0xC000.
+constexpr unsigned fifo_bit = 0x1000;
+constexpr unsigned socket_bits = 0xC000;
+constexpr unsigned dir_bit = 0x4000;
+
+// Size of a device by the host's request; a failed request leaves the preset 0 standing.
+uint64_t device_size(int fd) {
+#ifdef __APPLE__
+    uint64_t count = 0;
+    uint32_t block = 0;
+    ioctl(fd, DKIOCGETBLOCKCOUNT, &count);
+    ioctl(fd, DKIOCGETBLOCKSIZE, &block);
+    return count * block;
+#else
+    uint64_t bytes = 0;
+    ioctl(fd, BLKGETSIZE64, &bytes);
+    return bytes;
+#endif
+}
+
+std::wstring without_trailing_slashes(std::wstring path) {
+    while (!path.empty() && (path.back() == L'/' || path.back() == L'\\')) path.pop_back();
+    return path;
+}
+
+}  // namespace
+
+// ---- fileio ---------------------------------------------------------------------------------
+
+fileio::fileio() = default;
+
+fileio::fileio(const std::string& path_in, bool write, bool retain, int) {
+    if (!open(path_in, write, retain, true)) close();
+}
+
+fileio::fileio(const std::wstring& path_in, bool write, bool retain, int) {
+    if (!open(path_in, write, retain, true)) close();
+}
+
+fileio::~fileio() { close(); }
+
+bool fileio::open(const std::string& path_in, bool write, bool retain, bool truncate) {
+    return open(wide_of(path_in), write, retain, truncate);
+}
+
+bool fileio::open(const std::wstring& path_in, bool write, bool retain, bool truncate) {
+    if (path_in.empty()) return false;
+    std::wstring bare = without_trailing_slashes(path_in);
+    close();
+    writable = write;
+    retain_flag = retain;
+    path = bare;
+    int flags = O_RDONLY;
+    if (write) flags = truncate ? (O_RDWR | O_CREAT | O_TRUNC) : O_RDWR;
+    fd = open_checked(path, flags, write ? mode_for_write : mode_for_read);
+    if (fd == -1) return false;
+    opened = true;
+    size = get_size();
+    return true;
+}
+
+uint64_t fileio::get_size() {
+    if (!is_open()) return 0;
+    // A folder has no size to read: some file systems answer a huge end offset for it.
+    struct stat st {};
+    if (fstat(fd, &st) == 0 && S_ISDIR(st.st_mode)) return 0;
+    off_t here = lseek(fd, 0, SEEK_CUR);
+    off_t end = lseek(fd, 0, SEEK_END);
+    uint64_t answer = static_cast<uint64_t>(end);
+    if (end == -1 || end == 0) answer = device_size(fd);
+    lseek(fd, here, SEEK_SET);
+    return answer == static_cast<uint64_t>(-1) ? 0 : answer;
+}
+
+bool fileio::read(void* buffer, uint32_t& length, uint64_t offset) {
+    if (!is_open()) return false;
+    if (static_cast<int64_t>(size) <= static_cast<int64_t>(offset)) return false;
+    off_t at = lseek(fd, static_cast<off_t>(offset), SEEK_SET);
+    if (at == -1) return false;
+    if (length == 0) return true;
+    uint64_t left = size - static_cast<uint64_t>(at);
+    if (length > left) length = static_cast<uint32_t>(left);
+    ssize_t got = ::read(fd, buffer, length);
+    length = static_cast<uint32_t>(got);  // -1 shows as 0xFFFFFFFF
+    return got != -1;
+}
+
+bool fileio::read(void* buffer, uint64_t& length, uint64_t offset) {
+    if (length > 0xFFFFFFFFull) return false;
+    uint32_t part = static_cast<uint32_t>(length);
+    bool done = read(buffer, part, offset);
+    length = done ? part : 0;
+    return done;
+}
+
+bool fileio::read_into(std::vector<uint8_t>& out, uint64_t count, uint64_t offset) {
+    if (!is_open()) return false;
+    if (static_cast<int64_t>(size) <= static_cast<int64_t>(offset)) return false;
+    if (count == 0) return true;
+    off_t at = lseek(fd, static_cast<off_t>(offset), SEEK_SET);
+    if (at == -1) return false;
+    count = std::min(count, size - static_cast<uint64_t>(at));
+    if (out.size() != count) {
+        try {
+            out.resize(count);
+        } catch (const std::bad_alloc&) {
+            return false;
+        } catch (const std::length_error&) {
+            return false;
+        }
+    }
+    uint64_t done = 0;
+    while (done < count) {
+        size_t step = static_cast<size_t>(std::min(count - done, max_read_step));
+        ssize_t got = ::read(fd, out.data() + done, step);
+        if (got < 1) break;
+        done += static_cast<uint64_t>(got);
+    }
+    if (done < count) out.resize(done);
+    return true;
+}
+
+bool fileio::process_chunks(chunk_callback callback, void* context, uint32_t chunk_size, uint32_t overlap,
+                            uint64_t start) {
+    if (!is_open() || callback == nullptr) return false;
+    uint64_t total = get_size();
+    if (total - start < chunk_size) {
+        chunk_size = static_cast<uint32_t>(total - start);
+        overlap = 0;
+    }
+    std::vector<uint8_t> chunk;
+    try {
+        chunk.assign(chunk_size, 0);
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+    uint32_t length = chunk_size;
+    uint64_t position = start;
+    // Each chunk after the first starts `overlap` bytes before the previous one ended, so a record
+    // that straddles a chunk's end is seen whole in the next. At the end of the file this delivers
+    // the last `overlap` bytes once more, alone and with overlap 0; the scan's results rely on it.
+    do {
+        if (!read(chunk.data(), length, position)) break;
+        if (overlap >= length) overlap = 0;
+        callback(this, context, chunk.data(), length, overlap, position);
+        position = position - overlap + length;
+        if (position + length > total) length = static_cast<uint32_t>(total - position);
+    } while (position < total && static_cast<int32_t>(length) > 0);
+    return true;
+}
+
+bool fileio::append(const char* data, uint32_t count) {
+    if (!is_open() || data == nullptr) return false;
+    if (count == 0) return true;
+    lseek(fd, 0, SEEK_END);
+    if (::write(fd, data, count) == -1) return false;
+    size = static_cast<uint64_t>(lseek(fd, 0, SEEK_END));
+    return true;
+}
+
+bool fileio::append_text(std::ostringstream& text) {
+    if (!is_open()) return false;
+    std::string bytes = text.str();
+    if (bytes.empty()) return true;
+    return append(bytes.data(), static_cast<uint32_t>(bytes.size()));
+}
+
+fileio_output* fileio::get_output() {
+    if (output != nullptr) return output;
+    fileio_output* made = new (std::nothrow) fileio_output(this, report_buffer_size);
+    if (made == nullptr) return nullptr;
+    if (!is_open() || !made->is_open) {  // closed file, or no buffer to be had
+        delete made;
+        return nullptr;
+    }
+    output = made;
+    return output;
+}
+
+void fileio::close() {
+    if (output != nullptr) {
+        output->flush();
+        delete output;  // its stream buffer writes out what it holds
+        output = nullptr;
+    }
+    if (fd != -1) ::close(fd);
+    fd = -1;
+    size = 0;
+    writable = false;
+    opened = false;
+    retain_flag = false;
+    path.clear();
+}
+
+// ---- report stream --------------------------------------------------------------------------
+
+fileio_ostream::fileio_ostream(fileio* target, unsigned long buffer_bytes)
+    : streambuf_generic_output<char>(buffer_bytes), file(target) {
+    ready = ok && file != nullptr && file->is_open();
+}
+
+fileio_ostream::~fileio_ostream() { flush(); }
+
+long fileio_ostream::generic_write(const char* data, unsigned int count) {
+    if (file == nullptr || !file->append(data, count)) return -1;
+    return static_cast<long>(count);
+}
+
+fileio_output::fileio_output(fileio* file, unsigned long buffer_bytes)
+    : std::ostream(nullptr), buf(file, buffer_bytes) {
+    if (buf.ready) {
+        rdbuf(&buf);
+        is_open = true;
+    }
+}
+
+fileio_output::~fileio_output() { close(); }
+
+void fileio_output::close() {
+    if (!is_open) return;
+    std::ostream::flush();
+    is_open = false;
+}
+
+// ---- standard input -------------------------------------------------------------------------
+
+stdin_stream::stdin_stream(bool flag_in) : flag(flag_in) { open(stdin); }
+
+stdin_stream::~stdin_stream() = default;
+
+bool stdin_stream::open(FILE* source) {
+    stream = source;
+    if (stream == nullptr) return ok = false;
+    if (line.size() != static_cast<size_t>(line_size)) {
+        try {
+            line.assign(static_cast<size_t>(line_size), 0);
+        } catch (const std::bad_alloc&) {
+            return ok = false;
+        }
+    }
+    return ok = true;
+}
+
+bool stdin_stream::read(std::string& out, bool strip) {
+    out.clear();
+    if (!ok || stream == nullptr) return false;
+    if (fgets(line.data(), line_size, stream) == nullptr) return false;
+    out.assign(line.data());
+    if (strip) {
+        while (!out.empty() && (out.back() == '\r' || out.back() == '\n')) out.pop_back();
+    }
+    return true;
+}
+
+bool stdin_stream::read(std::wstring& out, bool strip) {
+    out.clear();
+    std::string narrow;
+    if (!stdin_stream::read(narrow, strip)) return false;
+    utf8_to_wide(out, narrow);  // a bad byte keeps what came before it
+    return true;
+}
+
+static utf8_locale start_up_locale;
+
+// ---- opening and status ---------------------------------------------------------------------
+
+int open_checked(const std::string& path, int flags, int mode) {
+    if (path.empty()) return -1;
+    int fd = ::open(path.c_str(), flags | O_NONBLOCK | O_CLOEXEC, static_cast<mode_t>(mode));
+    if (fd == -1) return -1;
+    struct stat st;
+    unsigned kind = 0;
+    bool refused = fstat(fd, &st) != 0;
+    if (!refused) {
+        kind = static_cast<unsigned>(st.st_mode);
+        refused = (kind & fifo_bit) != 0 || (kind & socket_bits) == socket_bits;
+    }
+    if (refused) {
+        ::close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+int open_checked(const std::wstring& path, int flags, int mode) {
+    return open_checked(narrow_of(path), flags, mode);
+}
+
+bool read_whole_file(std::vector<uint8_t>& out, const std::string& path, uint32_t limit) {
+    out.clear();
+    if (path.empty() || limit == 0) return false;
+    fileio file(path, false, true, 0);
+    if (!file.is_open()) return false;
+    uint64_t size = file.get_size();
+    if (static_cast<uint32_t>(size) == 0) return false;  // also a file of exactly 4 GiB
+    return file.read_into(out, std::min<uint64_t>(size, limit), 0);
+}
+
+bool stat_file(stat_record& record, const std::wstring& path) {
+    std::memset(&record, 0, sizeof record);
+    std::string narrow = narrow_of(path);
+    if (narrow.empty()) return false;
+    if (stat(narrow.c_str(), &record.st) != 0) return false;
+#ifdef __APPLE__
+    record.birth_seconds = record.st.st_birthtimespec.tv_sec;
+#elif defined(STATX_BTIME)
+    struct statx extra;
+    if (statx(AT_FDCWD, narrow.c_str(), AT_STATX_SYNC_AS_STAT, STATX_BTIME, &extra) == 0 &&
+        (extra.stx_mask & STATX_BTIME) != 0)
+        record.birth_seconds = extra.stx_btime.tv_sec;
+#endif
+    return true;
+}
+
+bool get_file_stats(file_stats& out, const std::wstring& path) {
+    out.clear();
+    if (path.empty()) return false;
+    stat_record record;
+    if (!stat_file(record, path)) return false;
+    out.mode = static_cast<uint64_t>(record.st.st_mode);
+    out.inode = static_cast<uint64_t>(record.st.st_ino);
+    out.size = static_cast<uint64_t>(record.st.st_size);
+    out.mtime = static_cast<uint64_t>(record.st.st_mtime);
+    out.ctime = static_cast<uint64_t>(record.st.st_ctime);
+    out.atime = static_cast<uint64_t>(record.st.st_atime);
+    out.birthtime = static_cast<uint64_t>(record.birth_seconds);
+    out.is_dir = (record.st.st_mode & dir_bit) != 0;  // a block device has the bit too
+    out.time_kind = out.mtime > 0xFFFFFFFFull ? 16 : 8;
+    return true;
+}
+
+uint64_t file_inode_of(const std::wstring& path) {
+    stat_record record;
+    if (!stat_file(record, path)) return 0;
+    return static_cast<uint64_t>(record.st.st_ino);
+}
+
+// ---- UTF-8 ----------------------------------------------------------------------------------
+
+bool utf8_to_wide(std::wstring& out, const std::string& in) {
+    out.clear();
+    if (in.empty()) return false;
+    out.reserve(in.size());
+    size_t i = 0;
+    const size_t n = in.size();
+    while (i < n) {
+        uint32_t lead = static_cast<uint8_t>(in[i]);
+        uint32_t code = 0;
+        size_t more = 0;
+        if (lead < 0x80) {
+            code = lead;
+        } else if ((lead & 0xE0) == 0xC0) {
+            code = lead & 0x1F;
+            more = 1;
+        } else if ((lead & 0xF0) == 0xE0) {
+            code = lead & 0x0F;
+            more = 2;
+        } else if ((lead & 0xF8) == 0xF0) {
+            code = lead & 0x07;
+            more = 3;
+        } else {
+            return false;
+        }
+        if (more > n - i - 1) return false;
+        for (size_t k = 1; k <= more; ++k) {
+            uint32_t next = static_cast<uint8_t>(in[i + k]);
+            if ((next & 0xC0) != 0x80) return false;
+            code = (code << 6) | (next & 0x3F);
+        }
+        out.push_back(static_cast<wchar_t>(code));
+        i += more + 1;
+    }
+    return true;
+}
+
+std::wstring wide_of(const std::string& in) {
+    std::wstring out;
+    if (!utf8_to_wide(out, in)) out.clear();
+    return out;
+}
+
+bool wide_to_utf8(std::string& out, const std::wstring& in) {
+    out.clear();
+    if (in.empty()) return false;
+    out.reserve(in.size());
+    for (wchar_t w : in) {
+        uint32_t c = static_cast<uint32_t>(w);
+        if (c <= 0x7F) {
+            out.push_back(static_cast<char>(c));
+        } else if (c <= 0x7FF) {
+            out.push_back(static_cast<char>(0xC0 | (c >> 6)));
+            out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+        } else if (c <= 0xFFFF) {
+            out.push_back(static_cast<char>(0xE0 | (c >> 12)));
+            out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
+            out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+        } else if (c <= 0x10FFFF) {
+            out.push_back(static_cast<char>(0xF0 | (c >> 18)));
+            out.push_back(static_cast<char>(0x80 | ((c >> 12) & 0x3F)));
+            out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
+            out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+        } else {
+            break;  // not a code point: keep what came before, silently
+        }
+    }
+    return true;
+}
+
+std::string narrow_of(const std::wstring& in) {
+    std::string out;
+    wide_to_utf8(out, in);
+    return out;
+}
+
+}  // namespace uni

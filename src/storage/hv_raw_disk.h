@@ -1,0 +1,42 @@
+// One sized, byte-addressed, read-only view of a storage: a device node or image file, or the
+// virtual disk of a VMDK chain. The device scan needs nothing else: construct, get_size, read.
+#pragma once
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+struct VMWARE_COLLECTION;
+
+class RAW_DISK_IO {
+public:
+    static constexpr int32_t kind_closed = 8;
+    static constexpr int32_t kind_device = 0;
+    static constexpr int32_t kind_vmdk = 4;
+
+    // A device or image file, opened by its path as typed. The scan passes (device, 0, 0, 1, 1).
+    RAW_DISK_IO(std::string device, bool write, bool reserved_a, bool reserved_b, int kind);
+    // The chain made of `files`, in any order. The scan passes (files, 0, 0).
+    RAW_DISK_IO(std::vector<std::wstring> const& files, bool write, bool defer);
+    virtual ~RAW_DISK_IO();
+    RAW_DISK_IO(const RAW_DISK_IO&) = delete;
+    RAW_DISK_IO& operator=(const RAW_DISK_IO&) = delete;
+
+    // The closed state of the fields; a device's descriptor isn't closed by it.
+    void clear();
+    bool valid() const { return is_open; }
+    uint64_t get_size() const { return is_open ? size : 0; }
+    // Reads `length` bytes at `offset`. On a device `length` is cut at the end; on a chain the
+    // bytes past the capacity, of unallocated grains and of failed grains come as zeros.
+    bool read(void* buffer, uint32_t& length, uint64_t offset);
+
+    std::unique_ptr<VMWARE_COLLECTION> collection;  // null for a device
+    bool write_mode;
+    int32_t fd;  // on a chain: the root disk's descriptor, not owned
+    uint32_t sector_size;
+    std::string narrow_path;
+    std::wstring wide_path;
+    int32_t kind;
+    bool is_open;
+    uint64_t size;
+};

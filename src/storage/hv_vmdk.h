@@ -1,0 +1,163 @@
+// VMware sparse extents (one file: header, descriptor, grain directory, grain tables, grains) and
+// chains of them (a base disk and its snapshots, read as one flat disk, newest file first).
+#pragma once
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <ostream>
+#include <string>
+#include <vector>
+
+class cmd_opts;
+
+// The sparse extent header at file offset 0, kept as read. Counts and offsets are in 512-byte sectors.
+struct SPARSE_EXTENT_HEADER {
+    static constexpr size_t size = 513;  // one byte more than the header is read; it is only held
+    static constexpr size_t at_magic = 0;                // u32 "KDMV"
+    static constexpr size_t at_version = 4;              // u32, not tested
+    static constexpr size_t at_flags = 8;                // u32, not tested
+    static constexpr size_t at_capacity = 12;            // u64 sectors of the virtual disk
+    static constexpr size_t at_grain_size = 20;          // u64 sectors per grain
+    static constexpr size_t at_descriptor_offset = 28;   // u64 sector
+    static constexpr size_t at_descriptor_size = 36;     // u64 sectors
+    static constexpr size_t at_entries_per_table = 44;   // u32 grain entries in one table
+    static constexpr size_t at_redundant_dir = 48;       // u64 sector, not used
+    static constexpr size_t at_grain_dir = 56;           // u64 sector
+    static constexpr size_t at_overhead = 64;            // u64 sectors of metadata at the file's start
+    static constexpr size_t at_unclean_shutdown = 72;    // u8, not used
+    static constexpr size_t at_compression = 77;         // u16, not used
+    static constexpr uint32_t magic_value = 0x564D444B;  // "KDMV"
+    static constexpr uint32_t flag_new_line_detection = 0x1;
+    static constexpr uint32_t flag_redundant_table = 0x2;
+    static constexpr uint32_t flag_compressed = 0x10;
+    static constexpr uint32_t flag_markers = 0x100;
+
+    std::array<uint8_t, size> bytes;
+
+    SPARSE_EXTENT_HEADER() { clear(); }
+    void clear() { bytes.fill(0); }
+    bool valid() const { return magic() == magic_value; }
+    uint32_t magic() const;
+    uint64_t capacity() const;
+    uint64_t grain_size() const;
+    uint64_t descriptor_offset() const;
+    uint64_t descriptor_size() const;
+    uint32_t entries_per_table() const;
+    uint64_t grain_dir_offset() const;
+    uint64_t overhead() const;
+};
+static_assert(sizeof(SPARSE_EXTENT_HEADER::bytes) == 513, "the header read is 513 bytes");
+
+// One grain table: the file sector of each grain it covers, 0 when the grain isn't in this file.
+struct GRAIN_TABLE {
+    std::vector<uint32_t> entries;
+};
+
+// One sparse extent file. Everything but the grains is loaded at open; look-ups cost no disk access.
+struct VMWARE_DISK {
+    static constexpr const char* root_parent_cid = "ffffffff";
+
+    SPARSE_EXTENT_HEADER header;
+    std::vector<std::wstring> descriptor_lines;  // every non-empty line
+    std::string encoding;                        // values as the descriptor spells them, quotes kept
+    std::string parent_cid;
+    std::string cid;
+    std::string parent_hint;
+    VMWARE_DISK* child = nullptr;   // not owned
+    VMWARE_DISK* parent = nullptr;  // not owned
+    std::vector<uint32_t> grain_directory;
+    uint64_t first_table_offset = 0;
+    std::vector<GRAIN_TABLE> grain_tables;
+    uint64_t first_grain_offset = 0;
+    std::vector<uint8_t> first_sector;  // the virtual disk's first 512 bytes as this file holds them
+    std::vector<uint64_t> volume_offsets;
+    std::vector<uint32_t> volume_sector_sizes;
+    uint32_t sector_size = 512;
+    uint64_t file_size = 0;
+    uint64_t table_span = 0;  // virtual bytes one grain table covers
+    uint64_t grain_bytes = 0;
+    uint32_t grain_blocks = 0;
+    uint32_t block_size = 0;
+    bool valid = false;
+    int32_t fd = -1;  // owned
+    bool writable = false;
+    std::string path;
+    std::wstring wide_path;
+
+    VMWARE_DISK() { clear(); }
+    ~VMWARE_DISK();
+    VMWARE_DISK(const VMWARE_DISK&) = delete;
+    VMWARE_DISK& operator=(const VMWARE_DISK&) = delete;
+
+    // Empties everything; doesn't close.
+    void clear();
+    bool open(const wchar_t* file_path, bool write);
+    bool open(const char* file_path, bool write);
+    // Reads header, descriptor, directory and tables from `descriptor`; answers `valid`.
+    bool load(int descriptor);
+    // Takes the keys of a descriptor text, which ends at its first NUL or at `size`.
+    void parse_descriptor(const uint8_t* text, size_t size);
+
+    uint64_t capacity_bytes() const;
+    // True when this file holds the grain of virtual byte `offset`; `file_offset` is where.
+    bool map_offset(uint64_t offset, uint64_t& file_offset) const;
+    // Reads virtual bytes held by this file, one look-up per grain. `length` is cut at the file's end.
+    bool read(int descriptor, uint8_t* buffer, uint64_t offset, uint32_t& length);
+};
+
+// A base disk and its snapshots, linked by CID, read as one disk.
+struct VMWARE_COLLECTION {
+    std::map<std::string, std::unique_ptr<VMWARE_DISK>> disks;  // keyed by each file's own CID
+    VMWARE_DISK* current = nullptr;  // newest file, the end of the chain
+    VMWARE_DISK* root = nullptr;     // the file with no parent
+    bool writable = false;
+    bool complete = false;
+    std::vector<VMWARE_DISK*> chain;  // root first, newest last
+
+    explicit VMWARE_COLLECTION(bool write) : writable(write) {}
+    ~VMWARE_COLLECTION() { delete_snapshots(); }
+    VMWARE_COLLECTION(const VMWARE_COLLECTION&) = delete;
+    VMWARE_COLLECTION& operator=(const VMWARE_COLLECTION&) = delete;
+
+    // Closes and forgets every disk; root and current are left until the next link or check.
+    void delete_snapshots();
+    // Opens every file in order; false at the first that isn't a sparse extent.
+    bool open_files(const std::vector<std::wstring>& files);
+    // Orders the opened disks from root to newest; false when a parent or the root is missing.
+    bool link();
+    // Opens and links `files`, looking for missing parents by their hints. Notes go to
+    // `messages`; `suggestion` ends as the list to give instead. True when the list is complete.
+    bool check_files(const std::vector<std::wstring>& files, std::ostream& messages,
+                     std::vector<std::wstring>& suggestion);
+    // The newest disk that holds the grain of `offset`, or null.
+    VMWARE_DISK* find_owner(uint64_t offset) const;
+    // Reads the virtual disk: grains no file holds, and grains that fail to read, come as zeros.
+    bool read(void* buffer, uint64_t offset, uint32_t& length);
+
+private:
+    bool add_disk(std::unique_ptr<VMWARE_DISK> disk);
+    void walk_chain();
+};
+
+// The check run on the -vmdk list: fills `messages` and a suggested list; true when complete.
+using vmdk_check_fn = bool (*)(std::vector<std::wstring> const& files, std::ostream& messages,
+                               std::vector<std::wstring>& suggestion);
+// An optional further check with the image offset; no caller in this program passes one.
+using vmdk_second_check_fn = bool (*)(std::ostream& messages, std::vector<std::wstring> const& files,
+                                      uint64_t image_offset, uint8_t& result, bool ignore_image_size);
+
+// check_files on a collection of its own, closed again before the answer.
+bool check_vmdk_list(std::vector<std::wstring> const& files, std::ostream& messages,
+                     std::vector<std::wstring>& suggestion);
+
+// -offset values: hexadecimal after an 'x', octal after an 'o', else a signed decimal.
+// False, `out` untouched, for any other text.
+bool parse_offset(const std::string& text, uint64_t& out);
+
+// The -vmdk option: splits the value(s) into `opts.vmdk_files`, reads -offset and checks the
+// chain. False when the list is refused (the message is already on standard error).
+bool parse_vmdk_list(cmd_opts& opts, std::vector<std::string>& args,
+                     vmdk_check_fn check = check_vmdk_list, vmdk_second_check_fn second_check = nullptr,
+                     bool skip_table = true, std::string const& option_word = "-vmdk");

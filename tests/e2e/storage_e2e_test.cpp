@@ -1,0 +1,121 @@
+// VMware disks made by qemu-img: a base holding a container and a snapshot that changes some of
+// its grains, scanned as a chain and compared with the flattened disk scanned as a file.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <sstream>
+
+#include "foundation/hv_console.h"
+#include "support/builder.h"
+#include "support/run_ravel.h"
+
+using namespace testsupport;
+
+namespace {
+
+bool have_qemu_tools() {
+    return std::system("command -v qemu-img >/dev/null 2>&1 && command -v qemu-io >/dev/null 2>&1") == 0;
+}
+
+bool shell(const std::string& command) { return std::system((command + " >/dev/null 2>&1").c_str()) == 0; }
+
+std::string shell_word(const std::string& path) { return "'" + path + "'"; }
+
+// A container at `at` in `disk`: header, two URL entries, a LEAK and a REDR.
+void put_container(byte_image& disk, size_t at, const std::string& site) {
+    byte_image container(0x8000);
+    write_container_header(container, {"0AB1CD2E"}, 0);
+    url_entry entry;
+    entry.file_name = "index[1].htm";
+    entry.data = "HTTP/1.1 200 OK\r\nContent-Type: text/html\r\n\r\n~U:carol\r\n";
+    entry.last_modified = filetime_of(2013, 2, 1, 9, 30);
+    const std::string kinds[] = {"URL /page0", "URL /page1", "LEAK/leaked"};
+    for (size_t i = 0; i < 3; ++i) {
+        entry.signature = kinds[i].substr(0, 4);
+        entry.url = "http://" + site + kinds[i].substr(4);
+        write_url_entry(container, 0x5000 + 0x400 * i, entry);
+    }
+    write_redr_entry(container, 0x6400, "http://" + site + "/moved");
+    disk.text(at, container.bytes());
+}
+
+// The header row and the rows of a report, their last column (which names the input) replaced by `source`.
+std::string rows_with_source(const std::string& report, const std::string& source) {
+    std::istringstream in(after_preamble(report));
+    std::string line, out;
+    if (std::getline(in, line)) out = line + "\n";
+    while (std::getline(in, line)) out += line.substr(0, line.rfind(',') + 1) + source + "\n";
+    return out;
+}
+
+struct qemu_chain {
+    temp_dir dir;
+    std::string base = dir.file("base.vmdk"), child = dir.file("child.vmdk"), flat = dir.file("flat.raw");
+    bool ok = false;
+
+    qemu_chain() {
+        byte_image disk(8 << 20);
+        put_container(disk, 1 << 20, "base.example");
+        byte_image changes(0x8000);
+        put_container(changes, 0, "child.example");
+        url_entry over;
+        over.url = "http://changed.example/over-the-base";
+        byte_image patch(0x400);
+        write_url_entry(patch, 0, over);
+        ok = write_file(dir.file("base.raw"), disk.bytes()) && write_file(dir.file("changes.bin"), changes.bytes()) &&
+             write_file(dir.file("patch.bin"), patch.bytes()) &&
+             shell("qemu-img convert -q -f raw -O vmdk -o subformat=monolithicSparse " +
+                   shell_word(dir.file("base.raw")) + " " + shell_word(base)) &&
+             shell("qemu-img create -q -f vmdk -b " + shell_word(base) + " -F vmdk " + shell_word(child)) &&
+             // Other entries in grains of their own, and one over the base's second URL entry.
+             shell("qemu-io -f vmdk -c 'write -s " + dir.file("changes.bin") + " 5242880 32768' -c 'write -s " +
+                   dir.file("patch.bin") + " " + std::to_string((1 << 20) + 0x5400) + " 1024' " + shell_word(child)) &&
+             shell("qemu-img convert -q -f vmdk -O raw " + shell_word(child) + " " + shell_word(flat));
+    }
+};
+
+}  // namespace
+
+TEST(StorageE2e, SnapshotChainReadsAsTheFlattenedDisk) {
+    if (!have_qemu_tools()) GTEST_SKIP() << "qemu-img and qemu-io (Debian package qemu-utils) are not installed";
+    qemu_chain chain;
+    ASSERT_TRUE(chain.ok) << "qemu-img could not build the images";
+
+    run_result flat = run_ravel({"-f", chain.flat});
+    ASSERT_EQ(flat.status, 0) << flat.err;
+    std::string flat_rows = after_preamble(flat.out);
+    EXPECT_NE(flat_rows.find("http://changed.example/over-the-base"), std::string::npos);
+    EXPECT_EQ(flat_rows.find("http://base.example/page1"), std::string::npos);
+    EXPECT_NE(flat_rows.find("http://child.example/moved"), std::string::npos);
+
+    // 8 MiB in 61440-byte steps: every 33rd position is a multiple of 99.
+    std::string progress;
+    for (int percent : {0, 24, 48, 72, 96}) progress += short_erase_text + ("percent done: " + std::to_string(percent)) + "\r";
+    const std::string expected_err = progress + long_erase_text + "success" + long_erase_text;
+
+    for (const auto& names : {std::make_pair(chain.base, chain.child), std::make_pair(chain.child, chain.base)}) {
+        run_result run = run_ravel({"-vmdk", names.first + " | " + names.second});
+        EXPECT_EQ(run.status, 0);
+        EXPECT_EQ(after_preamble(run.out), rows_with_source(flat.out, names.first + "; " + names.second));
+        EXPECT_EQ(run.err, expected_err);
+    }
+}
+
+TEST(StorageE2e, ChildWithoutParentSuggestsTheList) {
+    if (!have_qemu_tools()) GTEST_SKIP() << "qemu-img and qemu-io (Debian package qemu-utils) are not installed";
+    qemu_chain chain;
+    ASSERT_TRUE(chain.ok) << "qemu-img could not build the images";
+
+    run_result run = run_ravel({"-vmdk", chain.child});
+    EXPECT_EQ(run.status, 255);
+    EXPECT_EQ(run.err, "=> vmdk file: " + chain.child + "\n depends on parent vmdk \"" + chain.base +
+                           "\"\n\nsuggested array: -vmdk \"" + chain.child + " | " + chain.base + "\"\n" +
+                           long_erase_text);
+    EXPECT_EQ(after_preamble(run.out), "");
+
+    // A plain file isn't a sparse extent; the list as given is still suggested.
+    run = run_ravel({"-vmdk", chain.flat});
+    EXPECT_EQ(run.status, 255);
+    EXPECT_EQ(run.err, chain.flat + " can't be opened\n\nsuggested array: -vmdk \"" + chain.flat + "\"\n" +
+                           long_erase_text);
+}

@@ -1,0 +1,114 @@
+// Writes disk images byte by byte: sparse VMDK extents (header, descriptor, grain directory, grain
+// tables, grains) and the first sectors of disks (partition tables, volume boot sectors).
+#pragma once
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "support/builder.h"
+
+namespace testsupport {
+
+// Sparse extent header fields, as the format lays them down (sectors of 512 bytes).
+namespace vmdk {
+constexpr size_t magic = 0;              // "KDMV"
+constexpr size_t version = 4;
+constexpr size_t flags = 8;
+constexpr size_t capacity = 12;          // u64 sectors
+constexpr size_t grain_size = 20;        // u64 sectors
+constexpr size_t descriptor_offset = 28; // u64 sector
+constexpr size_t descriptor_size = 36;   // u64 sectors
+constexpr size_t entries_per_table = 44; // u32
+constexpr size_t redundant_dir = 48;     // u64 sector
+constexpr size_t grain_dir = 56;         // u64 sector
+constexpr size_t overhead = 64;          // u64 sectors
+constexpr size_t sector = 512;
+}  // namespace vmdk
+
+// One sparse extent. The layout is header, descriptor, directory, tables, then the grains that
+// were written to, in the order of the virtual disk.
+class sparse_vmdk {
+public:
+    // `capacity` in bytes; grains of `grain_sectors` x 512 bytes; tables of `entries_per_table`.
+    explicit sparse_vmdk(uint64_t capacity, uint32_t grain_sectors = 8, uint32_t entries_per_table = 16);
+
+    // Descriptor keys, written as given (a hint keeps whatever quotes it is given with).
+    sparse_vmdk& cid(const std::string& value);
+    sparse_vmdk& parent_cid(const std::string& value);
+    sparse_vmdk& parent_hint(const std::string& value);  // "" leaves the line out
+    sparse_vmdk& encoding(const std::string& value);
+    // The whole descriptor text instead of the generated one, padded with NULs to its sectors.
+    sparse_vmdk& descriptor(const std::string& text);
+    // Exactly this many sectors for the descriptor (0: just enough for the text).
+    sparse_vmdk& descriptor_sectors(uint32_t sectors);
+    // Tables in the directory (0: as many as the capacity needs).
+    sparse_vmdk& table_count(uint32_t tables);
+    // Directory entry `table` points at `sector` instead of its table (past the end: a missing table).
+    sparse_vmdk& directory_entry(uint32_t table, uint32_t sector);
+
+    // Virtual bytes: each grain touched gets its slot in this file, zero where not written.
+    sparse_vmdk& write(uint64_t offset, const std::string& bytes);
+
+    byte_image image() const;
+    bool save(const std::string& path) const;
+
+    // Where things went (sectors), for tests that poke the image.
+    uint64_t descriptor_sector() const { return 1; }
+    uint64_t directory_sector() const;
+    uint64_t table_sector(uint32_t table) const;
+    uint64_t grain_bytes() const { return uint64_t{grain_sectors_} * vmdk::sector; }
+
+private:
+    std::string descriptor_text() const;
+    uint32_t descriptor_sector_count() const;
+    uint32_t tables() const;
+    uint32_t table_sectors() const;
+    uint32_t directory_sectors() const;
+    uint64_t overhead_sectors() const;
+
+    uint64_t capacity_;
+    uint32_t grain_sectors_;
+    uint32_t entries_per_table_;
+    std::string cid_ = "12345678";
+    std::string parent_cid_ = "ffffffff";
+    std::string parent_hint_;
+    std::string encoding_ = "\"UTF-8\"";
+    std::string raw_descriptor_;
+    bool raw_set_ = false;
+    uint32_t descriptor_sectors_ = 0;
+    uint32_t table_count_ = 0;
+    std::map<uint32_t, uint32_t> directory_overrides_;
+    std::map<uint64_t, std::string> grains_;  // grain index -> its bytes
+};
+
+// Partition tables and boot sectors.
+namespace disk {
+constexpr size_t oem = 3;
+constexpr size_t entries = 446;  // four 16-byte entries: type at 4, first sector at 8, count at 12
+constexpr size_t signature = 510;
+}  // namespace disk
+
+struct partition_entry {
+    uint8_t type = 0;
+    uint32_t first_sector = 0;
+    uint32_t count = 0;
+};
+
+// A table of up to four entries at 446 and, when `signed_sector`, 0xAA55 at 510.
+byte_image partition_table(const std::vector<partition_entry>& entries, bool signed_sector = true);
+// Copies `sector` into `disk` at `offset`, growing it.
+void put_bytes(byte_image& disk, size_t offset, const byte_image& sector);
+
+// Volume boot sectors with the fields that name the file system.
+byte_image ntfs_boot_sector(const std::string& oem, uint16_t bytes_per_sector, uint8_t sectors_per_cluster,
+                            uint64_t total_sectors, uint32_t serial);
+byte_image exfat_boot_sector(uint8_t sector_shift, uint8_t cluster_shift, uint64_t total_sectors, uint32_t serial);
+byte_image fat_boot_sector(bool fat32, uint16_t bytes_per_sector, uint8_t sectors_per_cluster,
+                           uint32_t total_sectors, uint32_t serial);
+// 2048 bytes: zeros, then the superblock at 1024 with its magic, names and block fields.
+byte_image ext_volume_start(uint32_t log_block_size, uint32_t blocks, const std::string& volume_name,
+                            const std::string& last_mounted);
+byte_image hfs_volume_start(bool hfsx);
+
+}  // namespace testsupport

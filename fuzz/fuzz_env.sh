@@ -1,0 +1,51 @@
+# Sourced by fuzz/run_smoke and fuzz/run_long: the build of the targets, the seed corpus, and
+# one libFuzzer run of a target.
+fuzz_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+fuzz_dir=$fuzz_root/fuzz
+fuzz_build=${BUILD_DIR:-$fuzz_root/build-fuzz}
+fuzz_targets=(scan container vmdk disk_start options date_text)
+
+# Answers non-zero, with the reason on standard output, when this machine can't fuzz.
+fuzz_can_build() {
+    if ! command -v clang++ > /dev/null; then
+        echo "clang++ is not installed"
+        return 1
+    fi
+    local probe
+    probe=$(mktemp -d)
+    printf 'extern "C" int LLVMFuzzerTestOneInput(const unsigned char*, unsigned long) { return 0; }\n' > "$probe/p.cpp"
+    if ! clang++ -fsanitize=fuzzer,address,undefined "$probe/p.cpp" -o "$probe/p" > /dev/null 2>&1; then
+        rm -rf "$probe"
+        echo "clang++ can't link libFuzzer (install libclang-rt-dev for this clang)"
+        return 1
+    fi
+    rm -rf "$probe"
+}
+
+# Configures and builds the targets (-j2), then writes the seeds into fuzz/corpus/<target>/.
+fuzz_build_all() {
+    mkdir -p "$fuzz_dir/logs"
+    cmake -S "$fuzz_dir" -B "$fuzz_build" -DCMAKE_CXX_COMPILER=clang++ > "$fuzz_dir/logs/build.log" 2>&1 &&
+        cmake --build "$fuzz_build" -j2 >> "$fuzz_dir/logs/build.log" 2>&1 ||
+        { tail -30 "$fuzz_dir/logs/build.log"; echo "fuzz: build failed (see fuzz/logs/build.log)"; return 1; }
+    "$fuzz_build/make_bench_inputs" seeds "$fuzz_dir/corpus" > /dev/null ||
+        { echo "fuzz: writing the seed corpus failed"; return 1; }
+}
+
+# fuzz_run TARGET SECONDS LOG [libFuzzer flags...]: one process. New inputs go to fuzz/corpus-run/,
+# crashes to fuzz/artifacts/; the target runs in a scratch folder (also its TMPDIR) removed afterwards.
+fuzz_run() {
+    local target=$1 seconds=$2 log=$3
+    shift 3
+    local scratch status dict=()
+    scratch=$(mktemp -d)
+    mkdir -p "$fuzz_dir/corpus-run/$target" "$fuzz_dir/artifacts"
+    [[ -f $fuzz_dir/dict/$target.dict ]] && dict=(-dict="$fuzz_dir/dict/$target.dict")
+    (cd "$scratch" && TMPDIR=$scratch UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1} \
+        "$fuzz_build/fuzz_$target" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 -close_fd_mask=3 \
+        -print_final_stats=1 -artifact_prefix="$fuzz_dir/artifacts/$target-" "${dict[@]}" "$@" \
+        "$fuzz_dir/corpus-run/$target" "$fuzz_dir/corpus/$target") > "$log" 2>&1
+    status=$?
+    rm -rf "$scratch"
+    return $status
+}

@@ -1,5 +1,6 @@
 #include "cache/hv_report.h"
 
+#include <charconv>
 #include <iomanip>
 #include <string>
 
@@ -16,8 +17,7 @@ const char* const column_names[] = {
     "HTTP header",   "index.dat filename",
 };
 
-// The two texts of a stamp group. Kept across rows so that their storage is reused: this runs
-// four times for every row.
+// The two texts of a stamp group, kept across rows: this runs four times for every row.
 struct stamp_texts {
     std::string date;
     std::string time;
@@ -47,10 +47,19 @@ void format_dos(stamp_texts& texts, const dos_stamp& pair, const cmd_opts& opts)
 }
 
 // Date, separator, time with its zone word when there is a time, separator.
-void write_stamp(std::ostream& out, const stamp_texts& texts, const char* zone, const std::string& separator) {
-    out << texts.date << separator << texts.time;
-    if (!texts.time.empty()) out << zone;
-    out << separator;
+void append_stamp(std::string& line, const stamp_texts& texts, const char* zone, const std::string& separator) {
+    line += texts.date;
+    line += separator;
+    line += texts.time;
+    if (!texts.time.empty()) line += zone;
+    line += separator;
+}
+
+template <class N>
+void append_decimal(std::string& line, N value) {
+    char digits[24];
+    auto end = std::to_chars(digits, digits + sizeof digits, value).ptr;
+    line.append(digits, end);
 }
 
 }  // namespace
@@ -65,42 +74,61 @@ void write_header_row(std::ostream& out, const cmd_opts& opts) {
     out << std::endl;
 }
 
+// The row is put together in one reused text and handed to the stream in one write: this runs once
+// per entry, and per-field stream insertions cost more than the row itself.
 void write_activity_row(const activity_record& row, std::ostream& out, const cmd_opts& opts) {
-    static thread_local stamp_texts texts;
+    // Never freed: one thread, one run, and their storage is what the next row reuses.
+    static stamp_texts& texts = *new stamp_texts;
+    static std::string& line = *new std::string;
     const std::string& sep = opts.separator;
 
     if (opts.show_note_columns) {
         // The fill stays "0" on the stream; no width is left set, so later columns don't see it.
         out << "0x" << std::hex << std::setfill('0') << std::setw(8) << row.offset << std::dec << sep;
     }
+    line.clear();
 
     texts.clear();
     if (row.last_modified != 0) format_filetime(texts, row.last_modified, opts);
-    write_stamp(out, texts, row.is_local_time ? " local" : " UTC", sep);
+    append_stamp(line, texts, row.is_local_time ? " local" : " UTC", sep);
 
     texts.clear();
     if (row.last_access != 0)
         format_filetime(texts, row.last_access, opts);
     else if (row.is_leak && row.second_stamp.date_word != 0)
         format_dos(texts, row.second_stamp, opts);
-    write_stamp(out, texts, " UTC", sep);
+    append_stamp(line, texts, " UTC", sep);
 
     texts.clear();
     if (row.expires.date_word != 0) format_dos(texts, row.expires, opts);
-    write_stamp(out, texts, " UTC", sep);
+    append_stamp(line, texts, " UTC", sep);
 
     texts.clear();
     if (row.last_sync.date_word != 0) format_dos(texts, row.last_sync, opts);
-    write_stamp(out, texts, " UTC", sep);
+    append_stamp(line, texts, " UTC", sep);
 
-    out.write(row.signature.data(), static_cast<std::streamsize>(row.signature.size()));
-    out << sep << row.url;
+    line.append(row.signature.data(), row.signature.size());
+    line += sep;
+    line += row.url;
     if (opts.verbose) {
-        out << sep << row.user << sep << row.file_name << sep << row.file_size << sep << row.directory << sep
-            << row.count << sep << row.http_header << sep << row.source_file;
+        for (const std::string* field : {&row.user, &row.file_name}) {
+            line += sep;
+            line += *field;
+        }
+        line += sep;
+        append_decimal(line, row.file_size);
+        line += sep;
+        line += row.directory;
+        line += sep;
+        append_decimal(line, row.count);
+        line += sep;
+        line += row.http_header;
+        line += sep;
+        line += row.source_file;
     } else {
-        for (int i = 0; i < 7; ++i) out << sep;
-        out << row.source_file;
+        for (int i = 0; i < 7; ++i) line += sep;
+        line += row.source_file;
     }
+    out.write(line.data(), static_cast<std::streamsize>(line.size()));
     out << std::endl;
 }

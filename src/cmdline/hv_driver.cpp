@@ -99,6 +99,7 @@ int take_road(std::ostream& out, cmd_opts& opts, arg_list& args) {
 int run_driver(int argc, const char* const* argv) {
     // Construction order matters on the way out: the report file closes (and completes) before
     // the options close the -diags log, and the console appends its elapsed time last.
+    uni::stdout_report_guard stdout_report;
     arg_list args;
     args_from_argv(args, argc, argv);
     cmdline_ctx console;

@@ -120,12 +120,10 @@ void replace_char(std::string& s, char from, char to, bool ignore_case) {
         char upper = static_cast<char>(std::toupper(u));
         if (upper != set[0]) set[1] = upper;
     }
-    const size_t set_size = set[1] ? 2 : 1;
-    // Searching on behind the written place finds the same characters as restarting on it
-    // (the written one is not in the set unless `to` is, which no caller passes).
-    for (size_t pos = s.find_first_of(set, 0, set_size); pos != std::string::npos;
-         pos = s.find_first_of(set, pos + 1, set_size))
-        s[pos] = to;
+    // One pass over the text: the written character is never one of those searched for (no caller
+    // passes such a pair), so this finds what restarting after each write would find.
+    const char other = set[1] ? set[1] : set[0];
+    for (char& c : s) c = (c == set[0] || c == other) ? to : c;
 }
 
 bool replace_first(std::string& s, std::string& find, const std::string& with, bool ignore_case) {
@@ -247,14 +245,17 @@ bool copy_printable_text(std::string& out, const uint8_t* data, int count, bool 
                          char replacement) {
     out.clear();
     if (!data || count <= 0) return false;
-    for (int i = 0; i < count; ++i) {
+    const void* nul = std::memchr(data, 0, static_cast<size_t>(count));
+    const size_t length = nul ? static_cast<size_t>(static_cast<const uint8_t*>(nul) - data) : static_cast<size_t>(count);
+    out.resize(length);  // an upper bound: only dropped bytes shorten it
+    size_t kept = 0;
+    for (size_t i = 0; i < length; ++i) {
         const uint8_t b = data[i];
-        if (b == 0) break;
-        if ((b >= 0x20 && b <= 0x7E) || (keep_line_ends && (b == '\n' || b == '\r')))
-            out += static_cast<char>(b);
-        else if (replacement)
-            out += replacement;
+        const bool printable = (b >= 0x20 && b <= 0x7E) || (keep_line_ends && (b == '\n' || b == '\r'));
+        out[kept] = printable ? static_cast<char>(b) : replacement;
+        kept += (printable || replacement) ? 1 : 0;
     }
+    out.resize(kept);
     return true;
 }
 

@@ -5,6 +5,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <iostream>
 #include <cstring>
 #include <new>
 #include <stdexcept>
@@ -232,6 +234,24 @@ fileio_ostream::~fileio_ostream() { flush(); }
 long fileio_ostream::generic_write(const char* data, unsigned int count) {
     if (file == nullptr || !file->append(data, count)) return -1;
     return static_cast<long>(count);
+}
+
+long stdout_report_guard::descriptor_buffer::generic_write(const char* data, unsigned int count) {
+    ssize_t put;
+    do {
+        put = ::write(1, data, count);
+    } while (put < 0 && errno == EINTR);
+    return put;
+}
+
+stdout_report_guard::stdout_report_guard() : buf(report_buffer_size) {
+    if (buf.ready()) saved = std::cout.rdbuf(&buf);
+}
+
+stdout_report_guard::~stdout_report_guard() {
+    if (!saved) return;
+    buf.flush();
+    std::cout.rdbuf(saved);
 }
 
 fileio_output::fileio_output(fileio* file, unsigned long buffer_bytes)

@@ -159,6 +159,30 @@ private:
     fileio_ostream buf;
 };
 
+// Standard output buffered as the report stream is: written when full or when the guard ends, never
+// on sync. While a guard lives, std::cout writes through it, so whatever the run prints on standard
+// output keeps its order and rows don't each cost a write(2).
+class stdout_report_guard {
+public:
+    stdout_report_guard();
+    ~stdout_report_guard();
+    stdout_report_guard(const stdout_report_guard&) = delete;
+    stdout_report_guard& operator=(const stdout_report_guard&) = delete;
+
+private:
+    class descriptor_buffer : public streambuf_generic_output<char> {
+    public:
+        explicit descriptor_buffer(unsigned long size) : streambuf_generic_output<char>(size) {}
+        bool ready() const { return ok; }
+
+    protected:
+        int sync() override { return 0; }
+        long generic_write(const char* data, unsigned int count) override;
+    };
+    descriptor_buffer buf;
+    std::streambuf* saved = nullptr;  // null when the buffer could not be had: cout stays as it was
+};
+
 // Lines of standard input, at most 4095 bytes per read; a longer line arrives in pieces.
 class stdin_stream {
 public:

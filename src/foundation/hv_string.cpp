@@ -1,5 +1,6 @@
 #include "foundation/hv_string.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cstdlib>
 #include <cstring>
@@ -156,33 +157,20 @@ std::string& replace_all(std::string& out, const std::string& text, const std::s
     return out;
 }
 
-int remove_char(std::string& s, char c) {
-    std::string kept;
-    kept.reserve(s.size());
-    int removed = 0;
-    for (char x : s) {
-        if (x == c)
-            ++removed;
-        else
-            kept += x;
-    }
-    s.swap(kept);
-    return removed;
+namespace {
+
+template <class Text>
+int remove_all_of(Text& s, typename Text::value_type c) {
+    const size_t before = s.size();
+    s.erase(std::remove(s.begin(), s.end(), c), s.end());
+    return static_cast<int>(before - s.size());
 }
 
-int remove_char_wide(std::wstring& s, wchar_t c) {
-    std::wstring kept;
-    kept.reserve(s.size());
-    int removed = 0;
-    for (wchar_t x : s) {
-        if (x == c)
-            ++removed;
-        else
-            kept += x;
-    }
-    s.swap(kept);
-    return removed;
-}
+}  // namespace
+
+int remove_char(std::string& s, char c) { return remove_all_of(s, c); }
+
+int remove_char_wide(std::wstring& s, wchar_t c) { return remove_all_of(s, c); }
 
 bool split_path(const std::string& path, std::string& folder, std::string& name) {
     folder.clear();

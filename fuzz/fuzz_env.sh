@@ -32,6 +32,23 @@ fuzz_build_all() {
         { echo "fuzz: writing the seed corpus failed"; return 1; }
 }
 
+# fuzz_replay TARGET LOG: runs each saved finding of TARGET (fuzz/findings/TARGET-*) once, as a
+# regression check; answers non-zero when one fails again. Prints how many there were.
+fuzz_replay() {
+    local target=$1 log=$2 input scratch status inputs=()
+    for input in "$fuzz_dir/findings/$target"-*; do
+        [[ -f $input ]] && inputs+=("$input")
+    done
+    echo "${#inputs[@]}"
+    (( ${#inputs[@]} )) || { : > "$log"; return 0; }
+    scratch=$(mktemp -d)
+    (cd "$scratch" && TMPDIR=$scratch UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1} \
+        "$fuzz_build/fuzz_$target" -timeout=10 -rss_limit_mb=2048 "${inputs[@]}") > "$log" 2>&1
+    status=$?
+    rm -rf "$scratch"
+    return $status
+}
+
 # fuzz_run TARGET SECONDS LOG [libFuzzer flags...]: one process. New inputs go to fuzz/corpus-run/,
 # crashes to fuzz/artifacts/; the target runs in a scratch folder (also its TMPDIR) removed afterwards.
 fuzz_run() {

@@ -1,5 +1,6 @@
 #include "foundation/hv_date_text.h"
 
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <iterator>
@@ -215,6 +216,15 @@ size_t end_before_meridiem(const std::string& s, size_t m, size_t start) {
     return end;
 }
 
+// atof of a field, truncated to an int. NaN, infinity and values beyond an int have no such
+// reading: the text then does not read, as for any bad value.
+bool read_truncated(const std::string& field, int* value) {
+    const double v = std::atof(field.c_str());
+    if (!(v > -2147483649.0 && v < 2147483648.0)) return false;
+    *value = static_cast<int>(v);
+    return true;
+}
+
 }  // namespace
 
 bool format_date_time_template(std::string& date_text, std::string& time_text, const hv::time& t,
@@ -359,6 +369,8 @@ bool parse_date_time_text(const char* date, const char* time, const std::string&
     if (!date || !*date) return false;
     if (!parse_date_text(date, order, separator, &day, &month, &year)) return false;
     if (time && *time && !parse_time_text(time, &hour, &minute, &seconds)) return false;
+    // The whole seconds go to a 16-bit field: a time with more, or below zero, does not read.
+    if (!(seconds >= 0 && seconds < 65536)) return false;
     *out = hv::_windows_systemtime();
     out->year = static_cast<uint16_t>(year);
     out->month = static_cast<uint16_t>(month);
@@ -424,17 +436,21 @@ bool parse_time_text(const char* text, uint32_t* hour, uint32_t* minute, double*
     const size_t m = s.find('m', c1 + 1);
     // "12:30 pm" gives hour 24, which carries into the next day.
     if (m != npos && s[m - 1] == 'p') *hour += 12;
-    *hour += static_cast<uint32_t>(static_cast<int>(std::atof(s.substr(0, c1).c_str())));
+    int whole = 0;
+    if (!read_truncated(s.substr(0, c1), &whole)) return false;
+    *hour += static_cast<uint32_t>(whole);
 
     const size_t start = c1 + 1;
     size_t end = c2 != npos ? c2 : m != npos ? end_before_meridiem(s, m, start) : s.size();
     if (end <= start || end - start >= 32) return false;
-    *minute += static_cast<uint32_t>(static_cast<int>(std::atof(s.substr(start, end - start).c_str())));
+    if (!read_truncated(s.substr(start, end - start), &whole)) return false;
+    *minute += static_cast<uint32_t>(whole);
 
     if (c2 != npos) {
         const size_t from = c2 + 1;
         end = m != npos && m > from ? end_before_meridiem(s, m, from) : s.size();
         *second = std::atof(end > from ? s.substr(from, end - from).c_str() : "");
+        if (!std::isfinite(*second)) return false;
     }
     return true;
 }

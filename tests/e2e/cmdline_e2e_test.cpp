@@ -80,6 +80,13 @@ TEST(CmdlineE2E, NoRoadGivesPreambleThenUsage) {
     r = run_ravel({"-quiet", "-timeformat", "hhmmss"});
     EXPECT_EQ(r.err, "invalid hhmmss, using default format\n" + usage());
     EXPECT_EQ(r.status, 0);
+
+    // A time whose numbers no field can hold is a bad time like any other.
+    for (const char* value : {"2012-05-30 1e15:00", "2012-05-30 10:15:1e30"}) {
+        r = run_ravel({"-quiet", "-cmd_start_time", value});
+        EXPECT_EQ(r.err, "invalid start time, ignoring\n" + usage()) << value;
+        EXPECT_EQ(r.status, 0) << value;
+    }
 }
 
 TEST(CmdlineE2E, FailureTableStatuses) {

@@ -119,6 +119,9 @@ TEST(TimeReader, ExampleTable) {
         {"1:05:09pm", true, 13, 5, 9},    {"12:30 pm", true, 24, 30, 0},
         {"12:30 am", true, 12, 30, 0},    {"10", false, 0, 0, 0},
         {"10:", false, 0, 0, 0},          {"2015-03-09", false, 0, 0, 0},
+        // Numbers with no int reading, or no number at all, do not read.
+        {"1e15:00", false, 0, 0, 0},      {"nan:00", false, 0, 0, 0},
+        {"10:1e30", false, 0, 0, 0},      {"10:15:inf", false, 0, 0, 0},
     };
     for (const row& r : rows) {
         uint32_t h = 9, m = 9;
@@ -140,6 +143,12 @@ TEST(DateTimeReader, RoundsMillisecondsAndRefusesTheStopRoadDate) {
     EXPECT_EQ(st.hour * 100 + st.minute, 1015);
     EXPECT_FALSE(parse_date_time_text("2015-03-09", "2015-03-09", "YMD", '-', &st));   // date passed as time
     EXPECT_FALSE(parse_date_time_text("", nullptr, "YMD", '-', &st));
+    // Seconds that the 16-bit field cannot hold.
+    for (const char* time : {"10:15:1e30", "10:15:-1e10", "10:15:-0.5", "10:15:65536"})
+        EXPECT_FALSE(parse_date_time_text("2015-03-09", time, "YMD", '-', &st)) << time;
+    ASSERT_TRUE(parse_date_time_text("2015-03-09", "10:15:65535.25", "YMD", '-', &st));
+    EXPECT_EQ(st.second, 65535);
+    EXPECT_EQ(st.milliseconds, 250);
 }
 
 TEST(DateLayout, FlagsOfTemplates) {

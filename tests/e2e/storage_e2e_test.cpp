@@ -13,13 +13,8 @@ using namespace testsupport;
 
 namespace {
 
-bool have_qemu_tools() {
-    return std::system("command -v qemu-img >/dev/null 2>&1 && command -v qemu-io >/dev/null 2>&1") == 0;
-}
-
 bool shell(const std::string& command) { return std::system((command + " >/dev/null 2>&1").c_str()) == 0; }
-
-std::string shell_word(const std::string& path) { return "'" + path + "'"; }
+std::string quoted(const std::string& path) { return "'" + path + "'"; }
 
 // A container at `at` in `disk`: header, two URL entries, a LEAK and a REDR.
 void put_container(byte_image& disk, size_t at, const std::string& site) {
@@ -48,40 +43,31 @@ std::string rows_with_source(const std::string& report, const std::string& sourc
     return out;
 }
 
-struct qemu_chain {
-    temp_dir dir;
-    std::string base = dir.file("base.vmdk"), child = dir.file("child.vmdk"), flat = dir.file("flat.raw");
-    bool ok = false;
-
-    qemu_chain() {
-        byte_image disk(8 << 20);
-        put_container(disk, 1 << 20, "base.example");
-        byte_image changes(0x8000);
-        put_container(changes, 0, "child.example");
-        url_entry over;
-        over.url = "http://changed.example/over-the-base";
-        byte_image patch(0x400);
-        write_url_entry(patch, 0, over);
-        ok = write_file(dir.file("base.raw"), disk.bytes()) && write_file(dir.file("changes.bin"), changes.bytes()) &&
-             write_file(dir.file("patch.bin"), patch.bytes()) &&
-             shell("qemu-img convert -q -f raw -O vmdk -o subformat=monolithicSparse " +
-                   shell_word(dir.file("base.raw")) + " " + shell_word(base)) &&
-             shell("qemu-img create -q -f vmdk -b " + shell_word(base) + " -F vmdk " + shell_word(child)) &&
-             // Other entries in grains of their own, and one over the base's second URL entry.
-             shell("qemu-io -f vmdk -c 'write -s " + dir.file("changes.bin") + " 5242880 32768' -c 'write -s " +
-                   dir.file("patch.bin") + " " + std::to_string((1 << 20) + 0x5400) + " 1024' " + shell_word(child)) &&
-             shell("qemu-img convert -q -f vmdk -O raw " + shell_word(child) + " " + shell_word(flat));
-    }
-};
-
 }  // namespace
 
 TEST(StorageE2e, SnapshotChainReadsAsTheFlattenedDisk) {
-    if (!have_qemu_tools()) GTEST_SKIP() << "qemu-img and qemu-io (Debian package qemu-utils) are not installed";
-    qemu_chain chain;
-    ASSERT_TRUE(chain.ok) << "qemu-img could not build the images";
+    if (!shell("command -v qemu-img && command -v qemu-io"))
+        GTEST_SKIP() << "qemu-img and qemu-io (Debian package qemu-utils) are not installed";
+    temp_dir dir;
+    const std::string base = dir.file("base.vmdk"), child = dir.file("child.vmdk"), flat_disk = dir.file("flat.raw");
+    byte_image disk(8 << 20), changes(0x8000), patch(0x400);
+    put_container(disk, 1 << 20, "base.example");
+    put_container(changes, 0, "child.example");
+    url_entry over;
+    over.url = "http://changed.example/over-the-base";
+    write_url_entry(patch, 0, over);
+    ASSERT_TRUE(write_file(dir.file("base.raw"), disk.bytes()) && write_file(dir.file("patch.bin"), patch.bytes()) &&
+                write_file(dir.file("changes.bin"), changes.bytes()) &&
+                shell("qemu-img convert -q -f raw -O vmdk -o subformat=monolithicSparse " +
+                      quoted(dir.file("base.raw")) + " " + quoted(base)) &&
+                shell("qemu-img create -q -f vmdk -b " + quoted(base) + " -F vmdk " + quoted(child)) &&
+                // Other entries in grains of their own, and one over the base's second URL entry.
+                shell("qemu-io -f vmdk -c 'write -s " + dir.file("changes.bin") + " 5242880 32768' -c 'write -s " +
+                      dir.file("patch.bin") + " " + std::to_string((1 << 20) + 0x5400) + " 1024' " + quoted(child)) &&
+                shell("qemu-img convert -q -f vmdk -O raw " + quoted(child) + " " + quoted(flat_disk)))
+        << "qemu-img could not build the images";
 
-    run_result flat = run_ravel({"-f", chain.flat});
+    run_result flat = run_ravel({"-f", flat_disk});
     ASSERT_EQ(flat.status, 0) << flat.err;
     std::string flat_rows = after_preamble(flat.out);
     EXPECT_NE(flat_rows.find("http://changed.example/over-the-base"), std::string::npos);
@@ -90,32 +76,25 @@ TEST(StorageE2e, SnapshotChainReadsAsTheFlattenedDisk) {
 
     // 8 MiB in 61440-byte steps: every 33rd position is a multiple of 99.
     std::string progress;
-    for (int percent : {0, 24, 48, 72, 96}) progress += short_erase_text + ("percent done: " + std::to_string(percent)) + "\r";
-    const std::string expected_err = progress + long_erase_text + "success" + long_erase_text;
-
-    for (const auto& names : {std::make_pair(chain.base, chain.child), std::make_pair(chain.child, chain.base)}) {
+    for (int percent : {0, 24, 48, 72, 96})
+        progress += short_erase_text + ("percent done: " + std::to_string(percent) + "\r");
+    for (const auto& names : {std::make_pair(base, child), std::make_pair(child, base)}) {
         run_result run = run_ravel({"-vmdk", names.first + " | " + names.second});
         EXPECT_EQ(run.status, 0);
         EXPECT_EQ(after_preamble(run.out), rows_with_source(flat.out, names.first + "; " + names.second));
-        EXPECT_EQ(run.err, expected_err);
+        EXPECT_EQ(run.err, progress + long_erase_text + "success" + long_erase_text);
     }
-}
 
-TEST(StorageE2e, ChildWithoutParentSuggestsTheList) {
-    if (!have_qemu_tools()) GTEST_SKIP() << "qemu-img and qemu-io (Debian package qemu-utils) are not installed";
-    qemu_chain chain;
-    ASSERT_TRUE(chain.ok) << "qemu-img could not build the images";
-
-    run_result run = run_ravel({"-vmdk", chain.child});
+    // A child alone: the note and the suggested array. A plain file isn't a sparse extent: the list as given.
+    run_result run = run_ravel({"-vmdk", child});
     EXPECT_EQ(run.status, 255);
-    EXPECT_EQ(run.err, "=> vmdk file: " + chain.child + "\n depends on parent vmdk \"" + chain.base +
-                           "\"\n\nsuggested array: -vmdk \"" + chain.child + " | " + chain.base + "\"\n" +
+    EXPECT_EQ(run.err, "=> vmdk file: " + child + "\n depends on parent vmdk \"" + base +
+                           "\"\n\nsuggested array: -vmdk \"" + child + " | " + base + "\"\n" +
                            long_erase_text);
     EXPECT_EQ(after_preamble(run.out), "");
-
-    // A plain file isn't a sparse extent; the list as given is still suggested.
-    run = run_ravel({"-vmdk", chain.flat});
+    run = run_ravel({"-vmdk", flat_disk});
     EXPECT_EQ(run.status, 255);
-    EXPECT_EQ(run.err, chain.flat + " can't be opened\n\nsuggested array: -vmdk \"" + chain.flat + "\"\n" +
+    EXPECT_EQ(run.err, flat_disk + " can't be opened\n\nsuggested array: -vmdk \"" + flat_disk + "\"\n" +
                            long_erase_text);
+    EXPECT_EQ(after_preamble(run.out), "");
 }

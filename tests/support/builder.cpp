@@ -4,47 +4,21 @@
 
 namespace testsupport {
 
-void byte_image::reserve_to(size_t end) {
-    if (bytes_.size() < end) bytes_.resize(end, '\0');
-}
-
-byte_image& byte_image::u8(size_t offset, uint8_t v) {
-    reserve_to(offset + 1);
-    bytes_[offset] = static_cast<char>(v);
-    return *this;
-}
-
-byte_image& byte_image::u16(size_t offset, uint16_t v) {
-    for (int i = 0; i < 2; ++i) u8(offset + i, static_cast<uint8_t>(v >> (8 * i)));
-    return *this;
-}
-
-byte_image& byte_image::u32(size_t offset, uint32_t v) {
-    for (int i = 0; i < 4; ++i) u8(offset + i, static_cast<uint8_t>(v >> (8 * i)));
-    return *this;
-}
-
-byte_image& byte_image::u64(size_t offset, uint64_t v) {
-    for (int i = 0; i < 8; ++i) u8(offset + i, static_cast<uint8_t>(v >> (8 * i)));
+byte_image& byte_image::put(size_t offset, uint64_t v, size_t width) {
+    if (bytes_.size() < offset + width) bytes_.resize(offset + width, '\0');
+    for (size_t i = 0; i < width; ++i) bytes_[offset + i] = static_cast<char>(v >> (8 * i));
     return *this;
 }
 
 byte_image& byte_image::text(size_t offset, const std::string& s) {
-    reserve_to(offset + s.size());
+    if (bytes_.size() < offset + s.size()) bytes_.resize(offset + s.size(), '\0');
     bytes_.replace(offset, s.size(), s);
     return *this;
 }
 
-}  // namespace testsupport
-
-namespace testsupport {
-
 namespace {
-
 uint32_t pick(uint32_t given, uint32_t computed) { return given == url_entry::automatic ? computed : given; }
-
 size_t round_up(size_t n, size_t to) { return (n + to - 1) / to * to; }
-
 }  // namespace
 
 size_t write_url_entry(byte_image& image, size_t offset, const url_entry& e) {
@@ -140,7 +114,6 @@ uint64_t filetime_of(int year, int month, int day, int hour, int minute, int sec
 uint16_t dos_date_of(int year, int month, int day) {
     return static_cast<uint16_t>(((year - 1980) << 9) | (month << 5) | day);
 }
-
 uint16_t dos_time_of(int hour, int minute, int second) {
     return static_cast<uint16_t>((hour << 11) | (minute << 5) | (second / 2));
 }

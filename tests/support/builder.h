@@ -1,6 +1,5 @@
-// Writes test inputs byte by byte: little-endian fields at named offsets, and index.dat
-// containers (header, directory table, HASH blocks, URL, LEAK and REDR entries) with any field
-// value, so that a test shows the bytes it feeds at the place where it feeds them.
+// Writes test inputs byte by byte: little-endian fields at named offsets, and index.dat containers
+// (header, directory table, HASH blocks, URL, LEAK and REDR entries) with any field value.
 #pragma once
 #include <cstddef>
 #include <cstdint>
@@ -14,10 +13,10 @@ namespace testsupport {
 class byte_image {
 public:
     explicit byte_image(size_t size = 0) : bytes_(size, '\0') {}
-    byte_image& u8(size_t offset, uint8_t v);
-    byte_image& u16(size_t offset, uint16_t v);
-    byte_image& u32(size_t offset, uint32_t v);
-    byte_image& u64(size_t offset, uint64_t v);
+    byte_image& u8(size_t offset, uint8_t v) { return put(offset, v, 1); }
+    byte_image& u16(size_t offset, uint16_t v) { return put(offset, v, 2); }
+    byte_image& u32(size_t offset, uint32_t v) { return put(offset, v, 4); }
+    byte_image& u64(size_t offset, uint64_t v) { return put(offset, v, 8); }
     byte_image& text(size_t offset, const std::string& s);  // no terminator added
     size_t size() const { return bytes_.size(); }
     void resize(size_t n) { bytes_.resize(n, '\0'); }
@@ -26,7 +25,7 @@ public:
     uint8_t* data() { return reinterpret_cast<uint8_t*>(&bytes_[0]); }
 
 private:
-    void reserve_to(size_t end);
+    byte_image& put(size_t offset, uint64_t v, size_t width);
     std::string bytes_;
 };
 

@@ -5,28 +5,7 @@
 
 namespace testsupport {
 
-namespace {
-uint64_t sectors_for(uint64_t bytes) { return (bytes + vmdk::sector - 1) / vmdk::sector; }
-}  // namespace
-
-sparse_vmdk::sparse_vmdk(uint64_t capacity, uint32_t grain_sectors, uint32_t entries_per_table)
-    : capacity_(capacity), grain_sectors_(grain_sectors), entries_per_table_(entries_per_table) {}
-
-sparse_vmdk& sparse_vmdk::cid(const std::string& value) { cid_ = value; return *this; }
-sparse_vmdk& sparse_vmdk::parent_cid(const std::string& value) { parent_cid_ = value; return *this; }
-sparse_vmdk& sparse_vmdk::parent_hint(const std::string& value) { parent_hint_ = value; return *this; }
-sparse_vmdk& sparse_vmdk::encoding(const std::string& value) { encoding_ = value; return *this; }
-sparse_vmdk& sparse_vmdk::descriptor(const std::string& text) {
-    raw_descriptor_ = text;
-    raw_set_ = true;
-    return *this;
-}
-sparse_vmdk& sparse_vmdk::descriptor_sectors(uint32_t sectors) { descriptor_sectors_ = sectors; return *this; }
-sparse_vmdk& sparse_vmdk::table_count(uint32_t tables) { table_count_ = tables; return *this; }
-sparse_vmdk& sparse_vmdk::directory_entry(uint32_t table, uint32_t sector) {
-    directory_overrides_[table] = sector;
-    return *this;
-}
+static uint64_t sectors_for(uint64_t bytes) { return (bytes + vmdk::sector - 1) / vmdk::sector; }
 
 sparse_vmdk& sparse_vmdk::write(uint64_t offset, const std::string& bytes) {
     const uint64_t grain = grain_bytes();
@@ -43,7 +22,7 @@ sparse_vmdk& sparse_vmdk::write(uint64_t offset, const std::string& bytes) {
 }
 
 std::string sparse_vmdk::descriptor_text() const {
-    if (raw_set_) return raw_descriptor_;
+    if (!raw_descriptor_.empty()) return raw_descriptor_;
     std::string text = "# Disk DescriptorFile\nversion=1\nencoding=" + encoding_ + "\nCID=" + cid_ +
                        "\nparentCID=" + parent_cid_ + "\ncreateType=\"monolithicSparse\"\n";
     if (!parent_hint_.empty()) text += "parentFileNameHint=" + parent_hint_ + "\n";
@@ -51,8 +30,8 @@ std::string sparse_vmdk::descriptor_text() const {
     return text;
 }
 
-uint32_t sparse_vmdk::descriptor_sector_count() const {
-    return descriptor_sectors_ != 0 ? descriptor_sectors_ : static_cast<uint32_t>(sectors_for(descriptor_text().size()));
+uint64_t sparse_vmdk::descriptor_sector_count() const {
+    return descriptor_sectors_ != 0 ? descriptor_sectors_ : sectors_for(descriptor_text().size());
 }
 
 uint32_t sparse_vmdk::tables() const {
@@ -61,44 +40,37 @@ uint32_t sparse_vmdk::tables() const {
     return static_cast<uint32_t>(std::max<uint64_t>(1, (capacity_ + span - 1) / span));
 }
 
-uint32_t sparse_vmdk::table_sectors() const { return static_cast<uint32_t>(sectors_for(uint64_t{entries_per_table_} * 4)); }
-uint32_t sparse_vmdk::directory_sectors() const { return static_cast<uint32_t>(sectors_for(uint64_t{tables()} * 4)); }
-uint64_t sparse_vmdk::directory_sector() const { return descriptor_sector() + descriptor_sector_count(); }
 uint64_t sparse_vmdk::table_sector(uint32_t table) const {
-    return directory_sector() + directory_sectors() + uint64_t{table} * table_sectors();
+    return 1 + descriptor_sector_count() + sectors_for(uint64_t{tables()} * 4) +
+           table * sectors_for(uint64_t{entries_per_table_} * 4);
 }
-uint64_t sparse_vmdk::overhead_sectors() const { return table_sector(tables()); }
 
 byte_image sparse_vmdk::image() const {
+    const uint64_t descriptor_sectors = descriptor_sector_count(), directory = 1 + descriptor_sectors;
+    const uint64_t first_table = table_sector(0), table_sectors = table_sector(1) - first_table, count = tables();
+    const uint64_t overhead = first_table + count * table_sectors;
     byte_image file(vmdk::sector);
-    file.text(vmdk::magic, "KDMV")
-        .u32(vmdk::version, 1)
-        .u32(vmdk::flags, 1)
-        .u64(vmdk::capacity, capacity_ / vmdk::sector)
-        .u64(vmdk::grain_size, grain_sectors_)
-        .u64(vmdk::descriptor_offset, descriptor_sector())
-        .u64(vmdk::descriptor_size, descriptor_sector_count())
-        .u32(vmdk::entries_per_table, entries_per_table_)
-        .u64(vmdk::grain_dir, directory_sector())
-        .u64(vmdk::overhead, overhead_sectors());
+    file.text(vmdk::magic, "KDMV").u32(vmdk::version, 1).u32(vmdk::flags, 1)
+        .u64(vmdk::capacity, capacity_ / vmdk::sector).u64(vmdk::grain_size, grain_sectors_)
+        .u64(vmdk::descriptor_offset, 1).u64(vmdk::descriptor_size, descriptor_sectors)
+        .u32(vmdk::entries_per_table, entries_per_table_).u64(vmdk::grain_dir, directory)
+        .u64(vmdk::overhead, overhead);
 
     std::string text = descriptor_text();
-    text.resize(uint64_t{descriptor_sector_count()} * vmdk::sector, '\0');
-    file.text(descriptor_sector() * vmdk::sector, text);
-
-    for (uint32_t t = 0; t < tables(); ++t) {
-        auto override_entry = directory_overrides_.find(t);
-        uint64_t sector = override_entry != directory_overrides_.end() ? override_entry->second : table_sector(t);
-        file.u32(directory_sector() * vmdk::sector + 4 * t, static_cast<uint32_t>(sector));
+    text.resize(descriptor_sectors * vmdk::sector, '\0');
+    file.text(vmdk::sector, text);
+    for (uint32_t t = 0; t < count; ++t) {
+        auto override_entry = overrides_.find(t);
+        uint64_t sector = override_entry != overrides_.end() ? override_entry->second : first_table + t * table_sectors;
+        file.u32(directory * vmdk::sector + 4 * t, static_cast<uint32_t>(sector));
     }
-    file.resize(overhead_sectors() * vmdk::sector);
+    file.resize(overhead * vmdk::sector);
 
-    uint64_t next = overhead_sectors();
+    uint64_t next = overhead;
     for (const auto& grain : grains_) {
-        uint64_t table = grain.first / entries_per_table_;
-        uint64_t entry = grain.first % entries_per_table_;
-        if (table < tables()) file.u32(table_sector(static_cast<uint32_t>(table)) * vmdk::sector + 4 * entry,
-                                       static_cast<uint32_t>(next));
+        uint64_t table = grain.first / entries_per_table_, entry = grain.first % entries_per_table_;
+        if (table < count)
+            file.u32((first_table + table * table_sectors) * vmdk::sector + 4 * entry, static_cast<uint32_t>(next));
         file.text(next * vmdk::sector, grain.second);
         next += grain_sectors_;
     }
@@ -106,10 +78,9 @@ byte_image sparse_vmdk::image() const {
 }
 
 bool sparse_vmdk::save(const std::string& path) const {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
     const std::string bytes = image().bytes();
-    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    return static_cast<bool>(out);
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    return static_cast<bool>(out.write(bytes.data(), static_cast<std::streamsize>(bytes.size())));
 }
 
 byte_image partition_table(const std::vector<partition_entry>& entries, bool signed_sector) {
@@ -121,8 +92,6 @@ byte_image partition_table(const std::vector<partition_entry>& entries, bool sig
     if (signed_sector) sector.u16(disk::signature, 0xAA55);
     return sector;
 }
-
-void put_bytes(byte_image& disk, size_t offset, const byte_image& sector) { disk.text(offset, sector.bytes()); }
 
 byte_image ntfs_boot_sector(const std::string& oem, uint16_t bytes_per_sector, uint8_t sectors_per_cluster,
                             uint64_t total_sectors, uint32_t serial) {
@@ -144,11 +113,8 @@ byte_image fat_boot_sector(bool fat32, uint16_t bytes_per_sector, uint8_t sector
     byte_image sector(vmdk::sector);
     sector.text(disk::oem, "MSWIN4.1").u16(11, bytes_per_sector).u8(13, sectors_per_cluster)
         .u32(32, total_sectors).u16(disk::signature, 0xAA55);
-    if (fat32) {
-        sector.u16(40, 0x0080).u32(67, serial).text(82, "FAT32   ");
-    } else {
-        sector.u32(39, serial).text(54, "FAT16   ");
-    }
+    if (fat32) sector.u16(40, 0x0080).u32(67, serial).text(82, "FAT32   ");
+    else sector.u32(39, serial).text(54, "FAT16   ");
     return sector;
 }
 
@@ -161,10 +127,6 @@ byte_image ext_volume_start(uint32_t log_block_size, uint32_t blocks, const std:
     return volume;
 }
 
-byte_image hfs_volume_start(bool hfsx) {
-    byte_image volume(2048);
-    volume.text(1024, hfsx ? "HX" : "H+");
-    return volume;
-}
+byte_image hfs_volume_start(bool hfsx) { return byte_image(2048).text(1024, hfsx ? "HX" : "H+"); }
 
 }  // namespace testsupport

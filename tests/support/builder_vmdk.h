@@ -12,73 +12,57 @@ namespace testsupport {
 
 // Sparse extent header fields, as the format lays them down (sectors of 512 bytes).
 namespace vmdk {
-constexpr size_t magic = 0;              // "KDMV"
-constexpr size_t version = 4;
-constexpr size_t flags = 8;
-constexpr size_t capacity = 12;          // u64 sectors
-constexpr size_t grain_size = 20;        // u64 sectors
-constexpr size_t descriptor_offset = 28; // u64 sector
-constexpr size_t descriptor_size = 36;   // u64 sectors
-constexpr size_t entries_per_table = 44; // u32
-constexpr size_t redundant_dir = 48;     // u64 sector
-constexpr size_t grain_dir = 56;         // u64 sector
-constexpr size_t overhead = 64;          // u64 sectors
+constexpr size_t magic = 0, version = 4, flags = 8;              // "KDMV", u32, u32
+constexpr size_t capacity = 12, grain_size = 20;                  // u64 sectors
+constexpr size_t descriptor_offset = 28, descriptor_size = 36;    // u64 sectors
+constexpr size_t entries_per_table = 44;                          // u32
+constexpr size_t grain_dir = 56, overhead = 64;                   // u64 sectors
 constexpr size_t sector = 512;
 }  // namespace vmdk
 
-// One sparse extent. The layout is header, descriptor, directory, tables, then the grains that
+// One sparse extent: header, descriptor from sector 1, directory, tables, then the grains that
 // were written to, in the order of the virtual disk.
 class sparse_vmdk {
 public:
     // `capacity` in bytes; grains of `grain_sectors` x 512 bytes; tables of `entries_per_table`.
-    explicit sparse_vmdk(uint64_t capacity, uint32_t grain_sectors = 8, uint32_t entries_per_table = 16);
+    explicit sparse_vmdk(uint64_t capacity, uint32_t grain_sectors = 8, uint32_t entries_per_table = 16)
+        : capacity_(capacity), grain_sectors_(grain_sectors), entries_per_table_(entries_per_table) {}
 
-    // Descriptor keys, written as given (a hint keeps whatever quotes it is given with).
-    sparse_vmdk& cid(const std::string& value);
-    sparse_vmdk& parent_cid(const std::string& value);
-    sparse_vmdk& parent_hint(const std::string& value);  // "" leaves the line out
-    sparse_vmdk& encoding(const std::string& value);
+    // Descriptor keys, written as given (a hint keeps its quotes; "" leaves the hint out).
+    sparse_vmdk& cid(const std::string& v) { cid_ = v; return *this; }
+    sparse_vmdk& parent_cid(const std::string& v) { parent_cid_ = v; return *this; }
+    sparse_vmdk& parent_hint(const std::string& v) { parent_hint_ = v; return *this; }
+    sparse_vmdk& encoding(const std::string& v) { encoding_ = v; return *this; }
     // The whole descriptor text instead of the generated one, padded with NULs to its sectors.
-    sparse_vmdk& descriptor(const std::string& text);
+    sparse_vmdk& descriptor(const std::string& text) { raw_descriptor_ = text; return *this; }
     // Exactly this many sectors for the descriptor (0: just enough for the text).
-    sparse_vmdk& descriptor_sectors(uint32_t sectors);
+    sparse_vmdk& descriptor_sectors(uint32_t n) { descriptor_sectors_ = n; return *this; }
     // Tables in the directory (0: as many as the capacity needs).
-    sparse_vmdk& table_count(uint32_t tables);
+    sparse_vmdk& table_count(uint32_t n) { table_count_ = n; return *this; }
     // Directory entry `table` points at `sector` instead of its table (past the end: a missing table).
-    sparse_vmdk& directory_entry(uint32_t table, uint32_t sector);
-
+    sparse_vmdk& directory_entry(uint32_t table, uint32_t sector) { overrides_[table] = sector; return *this; }
     // Virtual bytes: each grain touched gets its slot in this file, zero where not written.
     sparse_vmdk& write(uint64_t offset, const std::string& bytes);
 
     byte_image image() const;
     bool save(const std::string& path) const;
-
-    // Where things went (sectors), for tests that poke the image.
-    uint64_t descriptor_sector() const { return 1; }
-    uint64_t directory_sector() const;
+    // Sector of a grain table, for tests that poke the image.
     uint64_t table_sector(uint32_t table) const;
-    uint64_t grain_bytes() const { return uint64_t{grain_sectors_} * vmdk::sector; }
 
 private:
     std::string descriptor_text() const;
-    uint32_t descriptor_sector_count() const;
+    uint64_t descriptor_sector_count() const;
     uint32_t tables() const;
-    uint32_t table_sectors() const;
-    uint32_t directory_sectors() const;
-    uint64_t overhead_sectors() const;
+    uint64_t grain_bytes() const { return uint64_t{grain_sectors_} * vmdk::sector; }
 
     uint64_t capacity_;
     uint32_t grain_sectors_;
     uint32_t entries_per_table_;
-    std::string cid_ = "12345678";
-    std::string parent_cid_ = "ffffffff";
-    std::string parent_hint_;
-    std::string encoding_ = "\"UTF-8\"";
+    std::string cid_ = "12345678", parent_cid_ = "ffffffff", parent_hint_, encoding_ = "\"UTF-8\"";
     std::string raw_descriptor_;
-    bool raw_set_ = false;
     uint32_t descriptor_sectors_ = 0;
     uint32_t table_count_ = 0;
-    std::map<uint32_t, uint32_t> directory_overrides_;
+    std::map<uint32_t, uint32_t> overrides_;  // directory entries
     std::map<uint64_t, std::string> grains_;  // grain index -> its bytes
 };
 
@@ -91,14 +75,13 @@ constexpr size_t signature = 510;
 
 struct partition_entry {
     uint8_t type = 0;
-    uint32_t first_sector = 0;
-    uint32_t count = 0;
+    uint32_t first_sector = 0, count = 0;
 };
 
 // A table of up to four entries at 446 and, when `signed_sector`, 0xAA55 at 510.
 byte_image partition_table(const std::vector<partition_entry>& entries, bool signed_sector = true);
 // Copies `sector` into `disk` at `offset`, growing it.
-void put_bytes(byte_image& disk, size_t offset, const byte_image& sector);
+inline void put_bytes(byte_image& disk, size_t offset, const byte_image& sector) { disk.text(offset, sector.bytes()); }
 
 // Volume boot sectors with the fields that name the file system.
 byte_image ntfs_boot_sector(const std::string& oem, uint16_t bytes_per_sector, uint8_t sectors_per_cluster,

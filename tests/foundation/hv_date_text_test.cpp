@@ -150,15 +150,3 @@ TEST(DateTimeReader, RoundsMillisecondsAndRefusesTheStopRoadDate) {
     EXPECT_EQ(st.second, 65535);
     EXPECT_EQ(st.milliseconds, 250);
 }
-
-TEST(DateLayout, FlagsOfTemplates) {
-    date_layout layout;
-    EXPECT_TRUE(parse_date_time_format(&layout, "yyyy-mm-dd", "hh:mm:ss.xxx", false));
-    EXPECT_EQ(layout.flags, uint32_t('-') | 0x200 | 0x400 | 0x8000 | (3u << 17));
-    EXPECT_EQ(layout.first_year, 1900);
-    EXPECT_EQ(layout.last_year, 2600);
-    EXPECT_TRUE(parse_date_time_format(&layout, "mmm dd, yy", "hh:mm:ss.xxxxxxxxxxx", true));
-    EXPECT_EQ(layout.flags, 0x10000u | ' ' | 0x100 | 0x800 | 0x1000 | 0x4000 | (9u << 17));
-    EXPECT_FALSE(parse_date_time_format(&layout, "dd/yy/mm", "hh:mm:ss.xxx", false));
-    EXPECT_EQ(layout.flags, uint32_t('/') | 0x200 | 0x800);   // filled as far as it went, no time bits
-}

@@ -32,6 +32,12 @@ fuzz_build_all() {
         { echo "fuzz: writing the seed corpus failed"; return 1; }
 }
 
+# A scratch folder for one run, in memory where the host has /dev/shm: the vmdk target writes
+# every input to a file.
+fuzz_scratch() {
+    if [[ -d /dev/shm && -w /dev/shm ]]; then mktemp -d -p /dev/shm; else mktemp -d; fi
+}
+
 # fuzz_replay TARGET LOG: runs each saved finding of TARGET (fuzz/findings/TARGET-*) once, as a
 # regression check; answers non-zero when one fails again. Prints how many there were.
 fuzz_replay() {
@@ -41,7 +47,7 @@ fuzz_replay() {
     done
     echo "${#inputs[@]}"
     (( ${#inputs[@]} )) || { : > "$log"; return 0; }
-    scratch=$(mktemp -d)
+    scratch=$(fuzz_scratch)
     (cd "$scratch" && TMPDIR=$scratch UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1} \
         "$fuzz_build/fuzz_$target" -timeout=10 -rss_limit_mb=2048 "${inputs[@]}") > "$log" 2>&1
     status=$?
@@ -55,7 +61,7 @@ fuzz_run() {
     local target=$1 seconds=$2 log=$3
     shift 3
     local scratch status dict=()
-    scratch=$(mktemp -d)
+    scratch=$(fuzz_scratch)
     mkdir -p "$fuzz_dir/corpus-run/$target" "$fuzz_dir/artifacts"
     [[ -f $fuzz_dir/dict/$target.dict ]] && dict=(-dict="$fuzz_dir/dict/$target.dict")
     (cd "$scratch" && TMPDIR=$scratch UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1} \

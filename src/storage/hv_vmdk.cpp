@@ -214,14 +214,18 @@ bool VMWARE_DISK::load(int descriptor) {
             uint32_t position = static_cast<uint32_t>(uint64_t{entry} * sector_bytes);
             GRAIN_TABLE table;
             table.entries.assign(per_table, 0);
+            // Only entries in bytes the file holds are converted; the others read as 0 and stay 0, so
+            // a hostile header's large tables past the end cost no more than their zeros.
             if (uint64_t{position} + table_length <= metadata_length) {
-                for (uint32_t i = 0; i < per_table; ++i) {
-                    table.entries[i] = hv::le32(meta, meta_size, size_t{position} + 4 * size_t{i});
+                const size_t held = position < meta_size ? (meta_size - position) / 4 : 0;
+                for (size_t i = 0; i < std::min<size_t>(per_table, held); ++i) {
+                    table.entries[i] = hv::le32(meta, meta_size, size_t{position} + 4 * i);
                 }
             } else {
-                std::vector<uint8_t> raw(static_cast<size_t>(table_length), 0);
+                const uint64_t held = position < file_size ? (file_size - position + 3) & ~uint64_t{3} : 0;
+                std::vector<uint8_t> raw(static_cast<size_t>(std::min(table_length, held)), 0);
                 if (!seek_to(fd, position) || read_some(fd, raw.data(), raw.size()) < 0) break;
-                for (uint32_t i = 0; i < per_table; ++i) table.entries[i] = hv::le32(raw.data(), raw.size(), 4 * size_t{i});
+                for (size_t i = 0; i < raw.size() / 4; ++i) table.entries[i] = hv::le32(raw.data(), raw.size(), 4 * i);
             }
             grain_tables.push_back(std::move(table));
         }

@@ -12,6 +12,7 @@
 #include "cmdline/hv_cmd_params.h"
 #include "cmdline/hv_host.h"
 #include "cmdline/hv_options.h"
+#include "foundation/hv_date_text.h"
 #include "foundation/hv_console.h"
 #include "foundation/hv_string.h"
 #include "input/hv_name_filter.h"

@@ -2,8 +2,6 @@
 
 #include <sys/utsname.h>
 
-#include <locale>
-#include <stdexcept>
 #include <vector>
 
 #include "cmdline/hv_cmd_params.h"
@@ -24,26 +22,6 @@ std::string guarded(const std::string& piece, const std::string& separator, cons
 }
 
 }  // namespace
-
-bool locale_name_usable(const std::string& name) {
-    try {
-        std::locale probe(name.c_str());
-        return true;
-    } catch (const std::runtime_error&) {
-        return false;
-    }
-}
-
-bool find_date_locale(std::string& name) {
-    name.clear();
-    if (locale_name_usable(name)) return true;
-    for (const char* variable : {"%LC_TIME%", "%LANG%"}) {
-        name = expand_path_text(variable, false);
-        if (locale_name_usable(name)) return true;
-    }
-    name.clear();
-    return false;
-}
 
 bool fill_os_version_info(os_version_info& info, const std::string& program_path) {
     info.clear();

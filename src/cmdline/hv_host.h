@@ -22,13 +22,6 @@ struct os_version_info {
     void clear() { *this = os_version_info(); }
 };
 
-// The host's date locale name: "" (the default locale), else %LC_TIME%, else %LANG%, whichever
-// can be built first. False, with `name` cleared, when none can.
-bool find_date_locale(std::string& name);
-
-// True when a std::locale of that name can be constructed.
-bool locale_name_usable(const std::string& name);
-
 // Fills `info` from uname; false (os_name "macOS", nothing else) when uname fails.
 bool fill_os_version_info(os_version_info& info, const std::string& program_path);
 

@@ -284,7 +284,7 @@ void format_date_time(std::string& date_text, std::string& time_text, const hv::
     time_text.clear();
     if (!t.valid) return;
     std::string name;
-    if (use_locale && lookup_date_locale(name)) {
+    if (use_locale && find_date_locale(name)) {
         try {
             const std::locale loc(name.c_str());
             format_date_time_in_locale(date_text, time_text, t, &loc, with_fraction, short_year, nanoseconds);
@@ -301,7 +301,7 @@ void format_date_time_simple(std::string& date_text, std::string& time_text, con
     format_date_time(date_text, time_text, t, true, false, use_locale, false);
 }
 
-bool lookup_date_locale(std::string& name) {
+bool find_date_locale(std::string& name) {
     name.clear();
     if (locale_builds(name)) return true;
     // An unset variable leaves "%LC_TIME%" as it stands, which is then no good name.

@@ -31,9 +31,9 @@ void format_date_time_in_locale(std::string& date_text, std::string& time_text, 
                                 const std::locale* date_locale, bool with_fraction, bool short_year,
                                 bool nanoseconds);
 
-// Date locale look-up: the host default (name ""), else %LC_TIME%, else %LANG%; true with the
-// name of the first that builds, false with an empty name.
-bool lookup_date_locale(std::string& name);
+// The host's date locale: the default (name ""), else %LC_TIME%, else %LANG%; true with the name of
+// the first that builds, false with an empty name. -locale asks it once, the locale road per date.
+bool find_date_locale(std::string& name);
 
 std::string month_name_text(int month);   // "Jan".."Dec", empty outside 1..12
 

@@ -338,10 +338,13 @@ void VMWARE_COLLECTION::walk_chain() {
     current = at;
 }
 
-bool VMWARE_COLLECTION::link() {
+// Joins each disk to its parent by CID and finds the root, where the chain starts. Answers the
+// first disk whose parent is not among the disks, or null; `own_parent` tells of a disk that names
+// itself as its parent (joined all the same).
+VMWARE_DISK* VMWARE_COLLECTION::join_parents(bool& own_parent) {
     root = nullptr;
     chain.clear();
-    bool failed = false;
+    own_parent = false;
     for (auto& entry : disks) {
         VMWARE_DISK* disk = entry.second.get();
         if (disk->parent_cid == VMWARE_DISK::root_parent_cid) {
@@ -350,14 +353,17 @@ bool VMWARE_COLLECTION::link() {
             continue;
         }
         auto found = disks.find(disk->parent_cid);
-        if (found == disks.end()) {
-            failed = true;
-            continue;
-        }
+        if (found == disks.end()) return disk;
+        own_parent = own_parent || disk->cid == disk->parent_cid;
         disk->parent = found->second.get();
         found->second->child = disk;
     }
-    if (failed || root == nullptr) return false;
+    return nullptr;
+}
+
+bool VMWARE_COLLECTION::link() {
+    bool own_parent = false;
+    if (join_parents(own_parent) != nullptr || root == nullptr) return false;
     walk_chain();
     return true;
 }
@@ -387,26 +393,11 @@ bool VMWARE_COLLECTION::check_files(const std::vector<std::wstring>& files, std:
             add_disk(std::move(disk));
         }
 
-        root = nullptr;
-        VMWARE_DISK* orphan = nullptr;
-        for (auto& entry : disks) {
-            VMWARE_DISK* disk = entry.second.get();
-            if (disk->parent_cid == VMWARE_DISK::root_parent_cid) {
-                root = disk;
-                chain.push_back(disk);
-                continue;
-            }
-            auto found = disks.find(disk->parent_cid);
-            if (found == disks.end()) {
-                orphan = disk;
-                break;
-            }
-            if (disk->cid == disk->parent_cid) {
-                messages << "Child VMDK CID errors, aborting" << "\n";
-                return false;
-            }
-            disk->parent = found->second.get();
-            found->second->child = disk;
+        bool own_parent = false;
+        VMWARE_DISK* orphan = join_parents(own_parent);
+        if (own_parent) {
+            messages << "Child VMDK CID errors, aborting" << "\n";
+            return false;
         }
         if (orphan == nullptr) break;
 

@@ -139,6 +139,7 @@ struct VMWARE_COLLECTION {
 private:
     bool add_disk(std::unique_ptr<VMWARE_DISK> disk);
     void walk_chain();
+    VMWARE_DISK* join_parents(bool& own_parent);
 };
 
 // The check run on the -vmdk list: fills `messages` and a suggested list; true when complete.

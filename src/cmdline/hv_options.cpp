@@ -333,20 +333,8 @@ void split_list_any(const std::string& text, const std::string& separators, std:
 }
 
 bool parse_signed_number(const std::string& text, int32_t& out) {
-    std::string copy = text;
-    trim_whitespace(copy);
-    to_lower(copy);
-    size_t x = copy.find('x');
-    size_t o = copy.find('o');
-    long value = 0;
-    if (x != std::string::npos)
-        value = std::strtol(copy.c_str() + x + 1, nullptr, 16);
-    else if (o != std::string::npos)
-        value = std::strtol(copy.c_str() + o + 1, nullptr, 8);
-    else if (!copy.empty() && (copy[0] == '+' || copy[0] == '-' || dec_digit(copy[0])))
-        value = std::strtol(copy.c_str(), nullptr, 10);
-    else
-        return false;
+    int64_t value = 0;
+    if (!parse_signed_text(text, value)) return false;
     out = static_cast<int32_t>(value);
     return true;
 }

@@ -257,6 +257,22 @@ bool copy_printable_text(std::string& out, const uint8_t* data, int count, bool 
     return true;
 }
 
+bool parse_signed_text(const std::string& text, int64_t& out) {
+    std::string copy = text;
+    trim_whitespace(copy);
+    to_lower(copy);
+    const size_t x = copy.find('x'), o = copy.find('o');
+    if (x != std::string::npos)
+        out = std::strtoll(copy.c_str() + x + 1, nullptr, 16);
+    else if (o != std::string::npos)
+        out = std::strtoll(copy.c_str() + o + 1, nullptr, 8);
+    else if (!copy.empty() && (copy[0] == '+' || copy[0] == '-' || std::isdigit(static_cast<unsigned char>(copy[0]))))
+        out = std::strtoll(copy.c_str(), nullptr, 10);
+    else
+        return false;
+    return true;
+}
+
 bool parse_uint_text(const char* text, uint32_t* out) {
     *out = 0;
     if (!text || !*text) return false;

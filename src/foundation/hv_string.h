@@ -55,5 +55,9 @@ bool copy_printable_text(std::string& out, const uint8_t* data, int count, bool 
 // number forms: "0x1F" / "x1F" hex, "o17" octal, decimal with leading digit or sign, "'A'".
 bool parse_uint_text(const char* text, uint32_t* out);
 
+// Signed forms, decided on a trimmed, lowered copy: hexadecimal after an 'x' anywhere, octal after an
+// 'o' anywhere, else decimal when it starts with '+', '-' or a digit. False, `out` untouched, otherwise.
+bool parse_signed_text(const std::string& text, int64_t& out);
+
 // %NAME% from the environment; with allow_vss, an unset %vss% becomes the shadow-copy device prefix.
 std::string expand_path_text(std::string text, bool allow_vss);

@@ -497,23 +497,9 @@ bool check_vmdk_list(std::vector<std::wstring> const& files, std::ostream& messa
 }
 
 bool parse_offset(const std::string& text, uint64_t& out) {
-    std::string value = text;
-    trim_whitespace(value);
-    to_lower(value);
-    int base = 10;
-    size_t from = 0;
-    size_t x = value.find('x');
-    size_t o = value.find('o');
-    if (x != std::string::npos) {
-        base = 16;
-        from = x + 1;
-    } else if (o != std::string::npos) {
-        base = 8;
-        from = o + 1;
-    } else if (value.empty() || !(value[0] == '+' || value[0] == '-' || (value[0] >= '0' && value[0] <= '9'))) {
-        return false;
-    }
-    out = static_cast<uint64_t>(std::strtoll(value.c_str() + from, nullptr, base));
+    int64_t value = 0;
+    if (!parse_signed_text(text, value)) return false;
+    out = static_cast<uint64_t>(value);
     return true;
 }
 

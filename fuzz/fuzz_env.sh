@@ -32,8 +32,8 @@ fuzz_build_all() {
         { echo "fuzz: writing the seed corpus failed"; return 1; }
 }
 
-# A scratch folder for one run, in memory where the host has /dev/shm: the vmdk target writes
-# every input to a file.
+# A scratch folder for one run, in memory where the host has /dev/shm: the options target may
+# open the files its arguments name (-out, -diags).
 fuzz_scratch() {
     if [[ -d /dev/shm && -w /dev/shm ]]; then mktemp -d -p /dev/shm; else mktemp -d; fi
 }

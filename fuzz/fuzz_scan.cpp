@@ -1,32 +1,48 @@
-// Entry decoding and the signature walk over arbitrary bytes, then the report rows of what they
-// found: scan_buffer, decode_entry_at at the buffer's first byte (which the walk never looks at),
-// write_header_row and write_activity_row.
+// Entry decoding and the signature walk over arbitrary bytes, on each road, to the report rows:
+// the file road (whole, or in chunks past 16 MiB: the input's bytes are repeated to get there when
+// its first byte says so, one input in 16), the device road, and decode_entry_at at the buffer's first byte (which
+// the walk never looks at).
 #include <cstdint>
 #include <sstream>
 #include <vector>
 
+#include "cache/hv_big_file.h"
 #include "cache/hv_entry.h"
-#include "cache/hv_report.h"
 #include "cache/hv_scan.h"
 #include "cmdline/hv_cmd_params.h"
+#include "storage/hv_image.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     cmd_opts opts;
     opts.current_file = "fuzz/Temporary Internet Files/index.dat";
-    classify_container_path(opts);
-
-    // Both decoders rewrite block counts in the buffer they are given: each gets its own copy.
-    std::vector<uint8_t> buffer(data, data + size);
-    result_map rows;
-    const uint32_t overlap = (size & 1) ? 4096 : 0;
-    // A base past 2 GiB, as on the device road: row keys and offsets are 64-bit.
-    scan_buffer(rows, opts, buffer.data(), static_cast<uint32_t>(buffer.size()), 0x7FFFF000, overlap);
-
-    std::vector<uint8_t> first(data, data + size);
-    if (!first.empty()) decode_entry_at(rows, opts, first.data(), static_cast<uint32_t>(first.size()), 0);
-
+    opts.scan_bad_header = true;
     std::ostringstream out;
-    write_header_row(out, opts);
-    for (const auto& row : rows) write_activity_row(row.second, out, opts);
+    input_scan scan(out, opts);
+
+    scan.begin_input();
+    memory_image memory(data, size);
+    bool result = false;
+    scan_file(scan, opts, memory, result);
+    scan.end_input();
+
+    std::vector<uint8_t> big;
+    if (size > 0 && (data[0] & 0x0F) == 1) {
+        big.resize(whole_file_limit + 1 + (size & 0xFFFF));
+        for (size_t at = 0; at < big.size(); at += size) std::copy(data, data + std::min(size, big.size() - at), &big[at]);
+        scan.begin_input();
+        memory_image chunks(big.data(), big.size());
+        scan_file(scan, opts, chunks, result);
+        scan.end_input();
+    }
+
+    scan.begin_input();
+    scan_device(scan, memory, (size & 2) != 0);
+    scan.end_input();
+
+    if (size != 0) {
+        entry_decoder decoder(opts);
+        activity_record row;
+        decode_entry_at(row, decoder, data, static_cast<uint32_t>(size), 0);
+    }
     return 0;
 }

@@ -1,81 +1,75 @@
-// The VMDK loader and reader over arbitrary files. The input is written to a file in the scratch
-// folder (cut in two at "VMDKNEXT": a disk and the parent it may name as "base.vmdk"); then one
-// extent is opened and read at a few places, the list is checked as the -vmdk option does, and
-// the chain is read as the device road reads it.
+// The VMDK loader and reader over arbitrary bytes in memory. The input is cut in two at "VMDKNEXT"
+// (a disk and a parent it may name by CID); each part is loaded as an extent and read at a few
+// places, then the parts are linked as a chain and read as the device road reads it, empty
+// stretches skipped.
 #include <cstdint>
-#include <cstring>
-#include <fstream>
+#include <memory>
+#include <new>
 #include <sstream>
 #include <string>
 #include <vector>
 
-#include "fuzz_common.h"
-#include "storage/hv_fileio.h"
-#include "storage/hv_raw_disk.h"
+#include "cache/hv_big_file.h"
+#include "cache/hv_scan.h"
+#include "cmdline/hv_cmd_params.h"
+#include "storage/hv_image.h"
 #include "storage/hv_vmdk.h"
 
 namespace {
 
-void save(const std::string& path, const char* bytes, size_t size) {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out.write(bytes, static_cast<std::streamsize>(size));
-}
-
-void read_extent(const std::string& path) {
-    VMWARE_DISK disk;
-    if (!disk.open(path.c_str(), false)) return;
+std::unique_ptr<VMWARE_DISK> load(const uint8_t* bytes, size_t size) {
+    std::unique_ptr<VMWARE_DISK> disk(new VMWARE_DISK());
+    if (!disk->load(std::unique_ptr<image_reader>(new memory_image(bytes, size)))) return nullptr;
     std::vector<uint8_t> buffer(8192);
-    const uint64_t capacity = disk.capacity_bytes();
-    const uint64_t places[] = {0, disk.grain_bytes - 512, disk.table_span, capacity - 1, capacity + 4096};
+    const uint64_t capacity = disk->capacity_bytes();
+    const uint64_t places[] = {0, disk->grain_bytes - 512, disk->table_span, capacity - 1, capacity + 4096};
     for (uint64_t at : places) {
         uint64_t file_offset = 0;
-        disk.map_offset(at, file_offset);
+        disk->map_offset(at, file_offset);
+        disk->next_held(at);
         uint32_t length = static_cast<uint32_t>(buffer.size());
-        disk.read(disk.fd, buffer.data(), at, length);
+        disk->read(disk->fd, buffer.data(), at, length);
     }
+    return disk;
 }
+
+// The chain as the device road reads it.
+class chain_image : public image_reader {
+public:
+    explicit chain_image(VMWARE_COLLECTION& chain) : chain_(chain) {}
+    uint64_t size() const override { return chain_.root->capacity_bytes(); }
+    bool read(uint64_t offset, uint8_t* buffer, size_t length) override {
+        uint32_t piece = static_cast<uint32_t>(length);
+        return chain_.read(buffer, offset, piece);
+    }
+    const uint8_t* view(uint64_t offset, size_t length) override {
+        return chain_.view(offset, static_cast<uint32_t>(length));
+    }
+    uint64_t next_data(uint64_t offset) override { return chain_.next_held(offset); }
+
+private:
+    VMWARE_COLLECTION& chain_;
+};
 
 }  // namespace
 
-// A hostile header may ask for tables of up to 16 MiB that are freed at once: with the default
-// quarantine of freed memory (256 MiB) the process grew to some 900 MB with nothing leaked.
-// ASAN_OPTIONS in the environment still wins.
-extern "C" const char* __asan_default_options() { return "quarantine_size_mb=64"; }
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    const std::string& dir = fuzzsupport::scratch_dir();
-    const char* bytes = reinterpret_cast<const char*>(data);
-    const std::string whole(bytes, size);
+    const std::string whole(reinterpret_cast<const char*>(data), size);
     const size_t cut = whole.find("VMDKNEXT");
-
-    std::vector<std::wstring> files;
-    const std::string disk_path = dir + "/disk.vmdk";
-    const std::string base_path = dir + "/base.vmdk";
-    ::unlink(base_path.c_str());
-    if (cut == std::string::npos) {
-        save(disk_path, bytes, size);
-    } else {
-        save(disk_path, bytes, cut);
-        save(base_path, bytes + cut + 8, size - cut - 8);
+    VMWARE_COLLECTION chain(false);
+    if (auto disk = load(data, cut == std::string::npos ? size : cut)) chain.add_disk(std::move(disk));
+    if (cut != std::string::npos) {
+        if (auto parent = load(data + cut + 8, size - cut - 8)) chain.add_disk(std::move(parent));
     }
-    files.push_back(wide_of(disk_path));
-    if (cut != std::string::npos) files.push_back(wide_of(base_path));
-
-    read_extent(disk_path);
-
-    std::ostringstream messages;
-    std::vector<std::wstring> suggestion;
-    check_vmdk_list(files, messages, suggestion);
-
-    RAW_DISK_IO chain(files, false, false);
-    if (chain.valid()) {
-        std::vector<uint8_t> buffer(65536);
-        const uint64_t total = chain.get_size();
-        const uint64_t places[] = {0, 61440, total > 100 ? total - 100 : 0, total};
-        for (uint64_t at : places) {
-            uint32_t length = static_cast<uint32_t>(buffer.size());
-            chain.read(buffer.data(), length, at);
-        }
-    }
+    // A capacity past a few GiB would take the road long to walk even with nothing in it.
+    if (!chain.link() || chain.root->capacity_bytes() > (uint64_t{4} << 30)) return 0;
+    cmd_opts opts;
+    opts.vmdk_files = {L"fuzz.vmdk"};
+    std::ostringstream out;
+    input_scan scan(out, opts);
+    scan.begin_input();
+    chain_image image(chain);
+    scan_device(scan, image, true);
+    scan.end_input();
     return 0;
 }

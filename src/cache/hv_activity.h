@@ -83,10 +83,13 @@ struct URL_OR_LEAK_ACTIVITY_RECORD {
     bool valid = false;
     uint64_t offset = 0;  // in the buffer while decoding, then the position in the input
     bool from_gap = false;
+    // The block count as this decoding rewrote it (the distance to the next signature, in blocks);
+    // 0 when no signature followed and the file's own count stood.
+    uint32_t block_count_rewrite = 0;
 
     URL_OR_LEAK_ACTIVITY_RECORD() { clear(); }
     // Decodes the entry at `buffer + offset`; see decode_url_or_leak.
-    URL_OR_LEAK_ACTIVITY_RECORD(uint8_t* buffer, uint32_t offset, uint32_t size);
+    URL_OR_LEAK_ACTIVITY_RECORD(const uint8_t* buffer, uint32_t offset, uint32_t size);
     void clear();
 };
 
@@ -104,7 +107,7 @@ struct REDR_ACTIVITY_RECORD {
     bool from_gap = false;
 
     REDR_ACTIVITY_RECORD() { clear(); }
-    REDR_ACTIVITY_RECORD(uint8_t* buffer, uint64_t offset, uint32_t size);
+    REDR_ACTIVITY_RECORD(const uint8_t* buffer, uint64_t offset, uint32_t size);
     void clear();
     uint32_t signature() const { return hv::le32(bytes, size, at_signature); }
     uint32_t block_count() const { return hv::le32(bytes, size, at_block_count); }
@@ -178,5 +181,4 @@ struct activity_record {
     }
 };
 
-// Rows of one input keyed by the entry's position in it; the first decoding of a position wins.
-using result_map = std::map<uint64_t, activity_record>;
+

@@ -1,86 +1,139 @@
 #include "cache/hv_big_file.h"
 
-#include <new>
-#include <vector>
+#include <numeric>
+#include <string>
 
 #include "cache/hv_scan.h"
 #include "cmdline/hv_cmd_params.h"
 #include "foundation/hv_console.h"
-#include "storage/hv_fileio.h"
+#include "storage/hv_image.h"
 #include "storage/hv_raw_disk.h"
 
-// Why no entry is lost on either road: consecutive buffers share `overlap` (4096) bytes and a
-// buffer's strides (28672, 61440) are multiples of 128, so every position of the 128-byte grid
-// is looked at in some buffer. An entry cut by a buffer's end is shorter than 10 blocks, so it
-// starts in the shared bytes and is met again, whole, in the next buffer. Rows are keyed by
-// position and the first decoding wins: a cut entry that already gave a (poorer) row keeps it.
+namespace {
 
-bool scan_big_file(result_map& rows, cmd_opts& opts) {
-    // A file object of its own: the caller's stays open during the scan.
-    uni::fileio file(opts.current_file, false, true, 0);
-    if (!file.is_open()) return false;
-    opts.result_map = &rows;
-    file.process_chunks(big_file_chunk, &opts, big_file_chunk_size, big_file_chunk_overlap, 0);
+int big_file_percent(uint64_t offset, uint64_t total) {
+    double widened = static_cast<float>(offset);
+    return static_cast<int>(widened * 100.0 / static_cast<double>(total));
+}
+
+int device_percent(int64_t position, int64_t total) {
+    return static_cast<int>(static_cast<float>(position) * 100.0 / static_cast<float>(total));
+}
+
+// How many windows of `window` bytes, `stride` apart from `position` on, hold nothing but zeros when
+// the image's next data lies at `data`.
+uint64_t empty_windows(uint64_t position, uint64_t window, uint64_t stride, uint64_t data) {
+    return data < position + window ? 0 : (data - position - window) / stride + 1;
+}
+
+// The percentage lines of `count` windows passed over unread, `stride` apart from `position`: the
+// same lines as if each had been read, in as few writes as the text needs.
+template <class Percent>
+void skipped_progress(const char* format, uint64_t position, uint64_t count, uint64_t stride, Percent percent) {
+    const uint64_t period = progress_divisor / std::gcd<uint64_t>(stride, progress_divisor);
+    uint64_t i = 0;
+    while (i < count && i < progress_divisor && (position + i * stride) % progress_divisor != 0) ++i;
+    if (i == count || (position + i * stride) % progress_divisor != 0) return;
+    std::string lines;
+    for (; i < count; i += period) {
+        append_status_line(lines, format, percent(position + i * stride));
+        if (lines.size() >= 65536) {
+            write_console_error(lines);
+            lines.clear();
+        }
+    }
+    if (!lines.empty()) write_console_error(lines);
+}
+
+}  // namespace
+
+bool scan_big_file(input_scan& scan, cmd_opts& opts, image_reader& file) {
+    const uint64_t total = file.size();
+    uint32_t chunk = big_file_chunk_size, overlap = big_file_chunk_overlap;
+    if (total < chunk) {
+        chunk = static_cast<uint32_t>(total);
+        overlap = 0;
+    }
+    const uint64_t stride = chunk - overlap;
+    auto percent = [total](uint64_t offset) { return big_file_percent(offset, total); };
+    uint32_t length = chunk;
+    uint64_t position = 0;
+    // Chunks of `chunk` bytes, each starting `overlap` bytes before the last one ended; at the file's
+    // end the last `overlap` bytes come once more, alone, as the chunked reader of the file layer has it.
+    do {
+        // A stretch that the file holds as a hole reads as zeros: passed over, while chunks are whole.
+        if (length == chunk && overlap != 0 && total - position >= chunk) {
+            const uint64_t whole_chunks_left = (total - position - chunk) / stride;
+            const uint64_t skip = std::min(empty_windows(position, chunk, stride, file.next_data(position)),
+                                           whole_chunks_left);
+            if (skip != 0) {
+                if (opts.show_progress) skipped_progress("percent: %d", position, skip, stride, percent);
+                position += skip * stride;
+                continue;
+            }
+        }
+        if (length > total - position) length = static_cast<uint32_t>(total - position);
+        const uint8_t* bytes = view_or_read(file, position, length, scan.buffer);
+        if (bytes == nullptr) break;  // the chunks so far stand
+        if (overlap >= length) overlap = 0;  // and so it stays
+        const uint64_t next = position - overlap + length;
+        scan.scan_buffer(bytes, length, position, next);
+        if (opts.show_progress && position % progress_divisor == 0) print_status("percent: %d", percent(position));
+        position = next;
+        if (position + length > total) length = static_cast<uint32_t>(total - position);
+    } while (position < total && static_cast<int32_t>(length) > 0);
     clear_status_line(opts);
-    file.close();
     return true;
 }
 
-uint32_t big_file_chunk(uni::fileio* file, void* context, uint8_t* chunk, uint32_t length, uint32_t overlap,
-                        uint64_t offset) {
-    cmd_opts* opts = static_cast<cmd_opts*>(context);
-    if (opts == nullptr || opts->result_map == nullptr) return 0xFFFFFFFFu;
-    scan_buffer(*opts->result_map, *opts, chunk, length, offset, overlap);
-    if (opts->show_progress && offset % progress_divisor == 0 && file != nullptr) {
-        uint64_t total = file->get_size();
-        if (total != 0) {
-            double widened = static_cast<float>(offset);
-            print_status("percent: %d", static_cast<int>(widened * 100.0 / static_cast<double>(total)));
-        }
-    }
-    return 0;
-}
-
-bool scan_device_input(result_map& rows, cmd_opts& opts) {
+bool scan_device_input(input_scan& scan, cmd_opts& opts) {
     if (!opts.partition.empty()) {
         RAW_DISK_IO disk(opts.partition, false, false, true, 1);
-        return disk.valid() && scan_device(rows, opts, disk);
+        return disk.valid() && scan_device(scan, disk, false);
     }
     if (!opts.vmdk_files.empty()) {
         RAW_DISK_IO disk(opts.vmdk_files, false, false);
-        return disk.valid() && scan_device(rows, opts, disk);
+        return disk.valid() && scan_device(scan, disk, true);
     }
     return false;
 }
 
-bool scan_device(result_map& rows, cmd_opts& opts, RAW_DISK_IO& disk) {
-    if (!disk.valid()) return false;
-    std::vector<uint8_t> buffer;
-    try {
-        buffer.resize(device_read_size);
-    } catch (const std::bad_alloc&) {
-        return false;
-    }
-    const int64_t total = static_cast<int64_t>(disk.get_size());
+bool scan_device(input_scan& scan, image_reader& disk, bool padded) {
+    const int64_t total = static_cast<int64_t>(disk.size());
     if (total < 1) {
         print_error("success\n");
         return true;
     }
+    auto percent = [total](uint64_t position) { return device_percent(static_cast<int64_t>(position), total); };
     int64_t position = 0;
     uint32_t overlap = device_read_overlap;
     while (position < total) {
-        // No test of show_progress here: -quiet doesn't silence this road.
-        if (position % progress_divisor == 0) {
-            print_status("percent done: %d",
-                         static_cast<int>(static_cast<float>(position) * 100.0 / static_cast<float>(total)));
+        // Grains that no file of a chain holds read as zeros, and zeros hold no signature: windows
+        // wholly in them are passed over unread. Their percentage lines stay, from their positions.
+        if (padded && overlap != 0) {
+            const uint64_t stride = device_read_size - overlap;
+            const uint64_t windows_left = (static_cast<uint64_t>(total - position) + stride - 1) / stride;
+            const uint64_t skip = std::min(empty_windows(static_cast<uint64_t>(position), device_read_size, stride,
+                                                         disk.next_data(static_cast<uint64_t>(position))),
+                                           windows_left);
+            if (skip != 0) {
+                skipped_progress("percent done: %d", static_cast<uint64_t>(position), skip, stride, percent);
+                position += static_cast<int64_t>(skip * stride);
+                continue;
+            }
         }
+        // No test of show_progress here: -quiet doesn't silence this road.
+        if (position % progress_divisor == 0) print_status("percent done: %d", percent(static_cast<uint64_t>(position)));
         uint32_t length = device_read_size;
-        if (disk.read(buffer.data(), length, static_cast<uint64_t>(position))) {
+        if (!padded && length > total - position) length = static_cast<uint32_t>(total - position);
+        const uint8_t* bytes = view_or_read(disk, static_cast<uint64_t>(position), length, scan.buffer);
+        if (bytes != nullptr) {
             if (overlap > length) overlap = 0;  // and so it stays
-            scan_buffer(rows, opts, buffer.data(), length, static_cast<uint64_t>(position), overlap);
+            const int64_t next = position - overlap + device_read_size;
+            scan.scan_buffer(bytes, length, static_cast<uint64_t>(position), static_cast<uint64_t>(next));
             position -= overlap;
         }
-        // Also after a short or failed read: a read error skips 64 KiB, overlap and all.
+        // Also after a failed read: a read error skips 64 KiB, overlap and all.
         position += device_read_size;
     }
     print_error("success\n");

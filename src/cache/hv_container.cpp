@@ -76,19 +76,18 @@ int read_container_header(INDEX_DAT_RECORD& record, const uint8_t* buffer, uint3
     return 1;
 }
 
-int read_directory_table(INDEX_DAT_RECORD& record, result_map& rows, const uint8_t* buffer, uint32_t size) {
+int read_directory_table(INDEX_DAT_RECORD& record, const uint8_t* buffer, uint32_t size) {
     if (!read_header_and_names(record, buffer, size)) return 0;
-    // The index is widened, so 0xFE (every REDR row) and 0xFF name nothing in a short table.
-    const int64_t names = static_cast<int64_t>(record.directory_names.size());
-    for (auto& entry : rows) {
-        activity_record& row = entry.second;
-        if (static_cast<int64_t>(row.directory_index) < names) row.directory = record.directory_names[row.directory_index];
-    }
     record.valid = true;
     return 1;
 }
 
-int read_hash_block(HASH_TABLE_RECORD& record, uint8_t* buffer, uint64_t block_offset, uint32_t size) {
+const std::string* directory_name_of(const INDEX_DAT_RECORD& record, uint8_t index) {
+    const int64_t names = static_cast<int64_t>(record.directory_names.size());
+    return static_cast<int64_t>(index) < names ? &record.directory_names[index] : nullptr;
+}
+
+int read_hash_block(HASH_TABLE_RECORD& record, const uint8_t* buffer, uint64_t block_offset, uint32_t size) {
     record.clear();
     if (!buffer || block_offset + HASH_TABLE_RECORD::size > size) return 0;
     if (hv::le32(buffer, size, block_offset + HASH_TABLE_RECORD::at_signature) != signature_hash) return 0;
@@ -146,7 +145,7 @@ void INDEX_DAT_RECORD::merge_block(uint32_t block_number, const HASH_TABLE_RECOR
     }
 }
 
-bool INDEX_DAT_RECORD::walk_hash_tables(uint8_t* buffer, uint32_t size, bool find_gaps) {
+bool INDEX_DAT_RECORD::walk_hash_tables(const uint8_t* buffer, uint32_t size, bool find_gaps) {
     if (!read_header_and_names(*this, buffer, size)) return false;
 
     uint64_t at = hv::le32(buffer, size, at_first_hash);

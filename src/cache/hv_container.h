@@ -78,8 +78,7 @@ struct INDEX_DAT_RECORD {
 
     // Follows the container's own HASH chain and, with `find_gaps`, looks for entries in the
     // space between those it names. Not used by the report, which is built from the scan alone.
-    // Decoding rewrites block counts in `buffer`, as the scan's decoder does.
-    bool walk_hash_tables(uint8_t* buffer, uint32_t size, bool find_gaps);
+    bool walk_hash_tables(const uint8_t* buffer, uint32_t size, bool find_gaps);
 
 private:
     void merge_block(uint32_t block_number, const HASH_TABLE_RECORD& block);
@@ -90,13 +89,18 @@ private:
 // 1 when the first bytes are a container's header; the 81 bytes are copied whatever the answer.
 int read_container_header(INDEX_DAT_RECORD& record, const uint8_t* buffer, uint32_t size);
 
-// Reads the directory table and gives each row of `rows` its directory name. 0 when the
-// header or the table's bound fails; the rows then keep their empty directory.
-int read_directory_table(INDEX_DAT_RECORD& record, result_map& rows, const uint8_t* buffer, uint32_t size);
+// Reads the directory table into record.directory_names. 0 when the header or the table's bound
+// fails; the rows then keep their empty directory. A row's directory_index names the item whose
+// index, widened, is below the number of names.
+int read_directory_table(INDEX_DAT_RECORD& record, const uint8_t* buffer, uint32_t size);
+
+// The directory name of a row's directory_index: the index, widened, names an item below the
+// number of names, so 0xFE (every REDR row) and 0xFF name nothing in a short table. Null for none.
+const std::string* directory_name_of(const INDEX_DAT_RECORD& record, uint8_t index);
 
 // Distance from `base` to `pointer` when `length` bytes there lie inside `total` bytes at `base`;
 // 0 otherwise. A range at `base` itself, or one that ends exactly at `total`, counts as outside.
 uint64_t range_is_inside(const void* base, const void* pointer, uint64_t length, uint64_t total);
 
 // Reads the HASH block at `block_offset` and decodes every entry its slots name.
-int read_hash_block(HASH_TABLE_RECORD& record, uint8_t* buffer, uint64_t block_offset, uint32_t size);
+int read_hash_block(HASH_TABLE_RECORD& record, const uint8_t* buffer, uint64_t block_offset, uint32_t size);

@@ -1,5 +1,6 @@
 #include "cache/hv_entry.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "cache/hv_scan.h"
@@ -10,23 +11,48 @@
 namespace {
 
 constexpr size_t no_terminator = ~size_t(0);
+constexpr uint32_t head_size = 8;  // signature and block count
 
-// Length of the NUL-terminated text at `text`, searched no further than `limit` bytes;
-// no_terminator when no NUL stands before that.
-size_t text_length(const uint8_t* text, size_t limit) {
-    const void* nul = std::memchr(text, 0, limit);
-    return nul ? static_cast<size_t>(static_cast<const uint8_t*>(nul) - text) : no_terminator;
-}
+// The bytes of an entry as its decoding reads them. The decoder once wrote the rewritten block count
+// into the file's bytes in memory; the one read that ever saw that write is the entry's own, of a
+// text or of data that starts inside its first 8 bytes: here that read sees the rewritten count.
+class entry_bytes {
+public:
+    entry_bytes(const uint8_t* bytes, uint32_t size) : bytes_(bytes), size_(size) {
+        std::memcpy(head_, bytes, head_size);
+    }
+    void rewrite_block_count(uint32_t blocks) {
+        for (uint32_t i = 0; i < 4; ++i) head_[4 + i] = static_cast<uint8_t>(blocks >> (8 * i));
+    }
+    const uint8_t* at(uint32_t from) const { return bytes_ + from; }
 
-// The text at `text` up to its NUL or the buffer's end, whichever comes first.
-void assign_text(std::string& out, const uint8_t* text, size_t limit) {
-    size_t length = text_length(text, limit);
-    out.assign(reinterpret_cast<const char*>(text), length == no_terminator ? limit : length);
-}
+    // Length of the NUL-terminated text at `from`, looked for in no more than `limit` bytes;
+    // no_terminator when no NUL stands there.
+    size_t text_length(uint32_t from, size_t limit) const {
+        size_t done = 0;
+        for (; from + done < head_size && done < limit; ++done) {
+            if (head_[from + done] == 0) return done;
+        }
+        const void* nul = std::memchr(bytes_ + from + done, 0, limit - done);
+        return nul ? static_cast<size_t>(static_cast<const uint8_t*>(nul) - (bytes_ + from)) : no_terminator;
+    }
+    void assign(std::string& out, uint32_t from, size_t length) const {
+        out.clear();
+        for (; from < head_size && length > 0; ++from, --length) out.push_back(static_cast<char>(head_[from]));
+        out.append(reinterpret_cast<const char*>(bytes_ + from), length);
+    }
+    // The text at `from` up to its NUL or the buffer's end, whichever comes first.
+    void assign_text(std::string& out, uint32_t from) const {
+        const size_t limit = size_ - from;
+        const size_t length = text_length(from, limit);
+        assign(out, from, length == no_terminator ? limit : length);
+    }
 
-void put_le32(uint8_t* p, uint32_t v) {
-    for (int i = 0; i < 4; ++i) p[i] = static_cast<uint8_t>(v >> (8 * i));
-}
+private:
+    const uint8_t* bytes_;
+    uint32_t size_;
+    uint8_t head_[head_size];
+};
 
 const char user_mark[] = "~U:";
 constexpr size_t user_mark_size = sizeof(user_mark) - 1;
@@ -43,9 +69,10 @@ void URL_OR_LEAK_ACTIVITY_RECORD::clear() {
     valid = false;
     offset = 0;
     from_gap = false;
+    block_count_rewrite = 0;
 }
 
-URL_OR_LEAK_ACTIVITY_RECORD::URL_OR_LEAK_ACTIVITY_RECORD(uint8_t* buffer, uint32_t offset, uint32_t size) {
+URL_OR_LEAK_ACTIVITY_RECORD::URL_OR_LEAK_ACTIVITY_RECORD(const uint8_t* buffer, uint32_t offset, uint32_t size) {
     decode_url_or_leak(*this, buffer, offset, size);
 }
 
@@ -57,7 +84,7 @@ void REDR_ACTIVITY_RECORD::clear() {
     from_gap = false;
 }
 
-REDR_ACTIVITY_RECORD::REDR_ACTIVITY_RECORD(uint8_t* buffer, uint64_t offset, uint32_t size) {
+REDR_ACTIVITY_RECORD::REDR_ACTIVITY_RECORD(const uint8_t* buffer, uint64_t offset, uint32_t size) {
     decode_redr(*this, buffer, offset, size);
 }
 
@@ -71,25 +98,28 @@ void clean_field(std::string& text) {
     }
 }
 
-int decode_url_or_leak(URL_OR_LEAK_ACTIVITY_RECORD& record, uint8_t* buffer, uint32_t offset, uint32_t size) {
+int decode_url_or_leak(URL_OR_LEAK_ACTIVITY_RECORD& record, const uint8_t* buffer, uint32_t offset,
+                       uint32_t size) {
     using H = URL_HEADER;
     record.clear();
     record.offset = offset;
     if (!buffer || size < uint64_t(offset) + H::size) return 0;
-    uint8_t* entry = buffer + offset;
+    const uint8_t* entry = buffer + offset;
     const uint32_t in_buffer = size - offset;  // bytes up to the buffer's end: no text read passes it
     uint32_t signature = hv::le32(entry, in_buffer, H::at_signature);
     if (signature != signature_url && signature != signature_leak) return 0;
+    entry_bytes bytes(entry, in_buffer);
     uint32_t remaining = in_buffer;
     std::memcpy(record.header.bytes, entry, H::size);
     record.valid = true;
 
     // The file's block count isn't trusted beyond the next signature: from here on that distance
-    // bounds every offset of the entry. The rewrite lands in memory only; the record keeps the
-    // file's value, which is what the block limit of decode_entry_at tests.
+    // bounds every offset of the entry. The record keeps the file's value, which is what the block
+    // limit of decode_entry_at tests.
     uint32_t next = find_next_signature(entry, remaining);
     if (next != no_signature) {
-        put_le32(entry + H::at_block_count, next / entry_block_size);
+        record.block_count_rewrite = next / entry_block_size;
+        bytes.rewrite_block_count(record.block_count_rewrite);
         remaining = next;
     }
 
@@ -97,11 +127,12 @@ int decode_url_or_leak(URL_OR_LEAK_ACTIVITY_RECORD& record, uint8_t* buffer, uin
     if (signature != signature_leak) {
         uint32_t u = record.header.url_offset();
         if (u == 0 || u >= remaining) return 0;
-        size_t length = text_length(entry + u, in_buffer - u);
+        // A text longer than the entry is cut at its end, so no NUL need be looked for past it.
+        size_t length = bytes.text_length(u, std::min<size_t>(in_buffer - u, size_t{remaining} - u + 1));
         if (length == no_terminator || length > remaining - u) {
-            record.url.assign(reinterpret_cast<const char*>(entry + u), remaining - u);
+            bytes.assign(record.url, u, remaining - u);
         } else {
-            record.url.assign(reinterpret_cast<const char*>(entry + u), length);
+            bytes.assign(record.url, u, length);
             read_data = true;
         }
         clean_field(record.url);
@@ -110,7 +141,7 @@ int decode_url_or_leak(URL_OR_LEAK_ACTIVITY_RECORD& record, uint8_t* buffer, uin
 
     uint32_t f = record.header.file_name_offset();
     if (f != 0 && f < remaining) {
-        assign_text(record.file_name, entry + f, in_buffer - f);
+        bytes.assign_text(record.file_name, f);
         clean_field(record.file_name);
     }
     if (!read_data) return 1;
@@ -125,7 +156,7 @@ int decode_url_or_leak(URL_OR_LEAK_ACTIVITY_RECORD& record, uint8_t* buffer, uin
         length = d;
     }
     if (uint64_t(start) + length > remaining) return 1;
-    record.raw_data.assign(reinterpret_cast<const char*>(entry + start), length);
+    bytes.assign(record.raw_data, start, length);
     if (record.raw_data.empty()) return 0;
 
     size_t p = record.raw_data.find(user_mark, 0, user_mark_size);
@@ -136,7 +167,8 @@ int decode_url_or_leak(URL_OR_LEAK_ACTIVITY_RECORD& record, uint8_t* buffer, uin
         record.user.assign(record.raw_data, from, nul == std::string::npos ? std::string::npos : nul - from);
         trim_whitespace(record.user);
     }
-    copy_printable_text(record.http_header, entry + start, static_cast<int>(length), false, ' ');
+    copy_printable_text(record.http_header, reinterpret_cast<const uint8_t*>(record.raw_data.data()),
+                        static_cast<int>(length), false, ' ');
     clean_field(record.http_header);
     if (length == 0) {
         // Data that begins with the user mark: "-" in both columns, the user found above dropped.
@@ -146,7 +178,7 @@ int decode_url_or_leak(URL_OR_LEAK_ACTIVITY_RECORD& record, uint8_t* buffer, uin
     return 1;
 }
 
-int decode_redr(REDR_ACTIVITY_RECORD& record, uint8_t* buffer, uint64_t offset, uint32_t size) {
+int decode_redr(REDR_ACTIVITY_RECORD& record, const uint8_t* buffer, uint64_t offset, uint32_t size) {
     using R = REDR_ACTIVITY_RECORD;
     record.clear();
     if (!buffer || size < offset + R::size) return 0;
@@ -154,29 +186,29 @@ int decode_redr(REDR_ACTIVITY_RECORD& record, uint8_t* buffer, uint64_t offset, 
     if (hv::le32(entry, R::size, R::at_signature) != signature_redr) return 0;
     std::memcpy(record.bytes, entry, R::size);
     record.valid = true;
-    assign_text(record.url, entry + R::at_url, size - offset - R::at_url);
+    entry_bytes(entry, static_cast<uint32_t>(size - offset)).assign_text(record.url, R::at_url);
     replace_char(record.url, ',', '_', false);
     trim_whitespace(record.url);
     record.offset = offset;
     return 1;
 }
 
-int decode_entry_at(result_map& rows, cmd_opts& opts, uint8_t* entry, uint32_t remaining, uint64_t position) {
-    // Reused from entry to entry, so that its texts keep their storage: this runs for every signature.
-    static URL_OR_LEAK_ACTIVITY_RECORD& record = *new URL_OR_LEAK_ACTIVITY_RECORD;  // never freed: one run, one thread
-    activity_record row;
+entry_decoder::entry_decoder(const cmd_opts& options) : opts(options), source(build_source_text(options)) {}
+
+int decode_entry_at(activity_record& row, entry_decoder& decoder, const uint8_t* entry, uint32_t remaining,
+                    uint64_t position) {
+    URL_OR_LEAK_ACTIVITY_RECORD& record = decoder.url_record;
     if (decode_url_or_leak(record, entry, 0, remaining)) {
         if (record.header.block_count() >= max_entry_blocks) return 0;
         record.offset = position;
-        fill_activity_from_url_or_leak(row, record, opts);
-    } else {
-        // A failed URL entry isn't retried as anything else: decode_redr tests the signature.
-        REDR_ACTIVITY_RECORD redr;
-        if (!decode_redr(redr, entry, 0, remaining) || redr.block_count() >= max_entry_blocks) return 0;
-        redr.offset = position;
-        fill_activity_from_redr(row, redr, opts);
+        fill_activity_from_url_or_leak(row, std::move(record), decoder.opts, decoder.source);
+        return 1;
     }
-    rows.try_emplace(position, std::move(row));  // the first decoding of a position wins
+    // A failed URL entry isn't retried as anything else: decode_redr tests the signature.
+    REDR_ACTIVITY_RECORD& redr = decoder.redr_record;
+    if (!decode_redr(redr, entry, 0, remaining) || redr.block_count() >= max_entry_blocks) return 0;
+    redr.offset = position;
+    fill_activity_from_redr(row, std::move(redr), decoder.opts, decoder.source);
     return 1;
 }
 
@@ -220,24 +252,33 @@ std::string build_source_text(const cmd_opts& opts) {
 
 void fill_activity_from_url_or_leak(activity_record& row, const URL_OR_LEAK_ACTIVITY_RECORD& record,
                                     const cmd_opts& opts) {
+    fill_activity_from_url_or_leak(row, URL_OR_LEAK_ACTIVITY_RECORD(record), opts, build_source_text(opts));
+}
+
+void fill_activity_from_redr(activity_record& row, const REDR_ACTIVITY_RECORD& record, const cmd_opts& opts) {
+    fill_activity_from_redr(row, REDR_ACTIVITY_RECORD(record), opts, build_source_text(opts));
+}
+
+void fill_activity_from_url_or_leak(activity_record& row, URL_OR_LEAK_ACTIVITY_RECORD&& record,
+                                    const cmd_opts& opts, const std::string& source) {
     const URL_HEADER& h = record.header;
     row.reset();
     std::memcpy(row.signature.data(), h.bytes + URL_HEADER::at_signature, row.signature.size());
     row.cache_category = opts.cache_category;
     if (row.cache_category == cache_daily_history) row.is_local_time = true;
     row.offset = record.offset;
-    row.file_name = record.file_name;
+    row.file_name.swap(record.file_name);
     row.file_size = h.file_size();
-    row.source_file = build_source_text(opts);
+    row.source_file = source;
     row.is_leak = h.is_leak();
     row.flags = h.flags();
     row.count = h.count() == unset_u32 ? 0 : h.count();
-    row.user = record.user;
-    row.url = record.url;
+    row.user.swap(record.user);
+    row.url.swap(record.url);
     // Meant for history URLs that open with a date range; kept exactly as it tests (";" at 17).
     if (row.url.size() >= 20 && row.url[0] == ':' && row.url[17] == ';' && row.url[18] == ' ')
         row.is_local_time = true;
-    row.http_header = record.http_header;
+    row.http_header.swap(record.http_header);
     if (h.last_modified() != unset_u64) row.last_modified = h.last_modified();
     if (h.last_access() != unset_u64) row.last_access = h.last_access();
     if (h.expires().date_word != unset_dos_date) row.expires = h.expires();
@@ -247,13 +288,14 @@ void fill_activity_from_url_or_leak(activity_record& row, const URL_OR_LEAK_ACTI
     row.valid = record.valid;
 }
 
-void fill_activity_from_redr(activity_record& row, const REDR_ACTIVITY_RECORD& record, const cmd_opts& opts) {
+void fill_activity_from_redr(activity_record& row, REDR_ACTIVITY_RECORD&& record, const cmd_opts& opts,
+                             const std::string& source) {
     row.reset();
     std::memcpy(row.signature.data(), record.bytes + REDR_ACTIVITY_RECORD::at_signature, row.signature.size());
     row.cache_category = opts.cache_category;
     row.offset = record.offset;
-    row.source_file = build_source_text(opts);
-    row.url = record.url;
+    row.source_file = source;
+    row.url.swap(record.url);
     row.valid = record.valid;
     row.is_redr = true;
 }

@@ -11,17 +11,29 @@ class cmd_opts;
 constexpr uint32_t max_entry_blocks = 10;
 
 // Decodes the "URL " or "LEAK" entry at `buffer + offset`, `size` being the buffer's length.
-// 1 when the record may be used. When another signature follows inside the entry, its distance
-// in blocks is written over the entry's block count in `buffer` (memory only), and bounds all
-// reads from then on; the record keeps the file's own count.
-int decode_url_or_leak(URL_OR_LEAK_ACTIVITY_RECORD& record, uint8_t* buffer, uint32_t offset, uint32_t size);
+// 1 when the record may be used. When another signature follows inside the entry, the distance in
+// blocks stands in for the entry's block count (block_count_rewrite) and bounds all reads from then
+// on; the record's header keeps the file's own count. The buffer is only read.
+int decode_url_or_leak(URL_OR_LEAK_ACTIVITY_RECORD& record, const uint8_t* buffer, uint32_t offset, uint32_t size);
 
 // Decodes the "REDR" entry at `buffer + offset`; 1 when the record may be used.
-int decode_redr(REDR_ACTIVITY_RECORD& record, uint8_t* buffer, uint64_t offset, uint32_t size);
+int decode_redr(REDR_ACTIVITY_RECORD& record, const uint8_t* buffer, uint64_t offset, uint32_t size);
 
-// Decodes the entry whose signature is at `entry`, `remaining` bytes before the buffer's end,
-// and adds its row under `position` unless that position already has one. 1 when a row was made.
-int decode_entry_at(result_map& rows, cmd_opts& opts, uint8_t* entry, uint32_t remaining, uint64_t position);
+// What decoding the entries of one input needs besides their bytes: records reused from entry to
+// entry (their texts keep their storage), and the input's source text, the same on every row.
+struct entry_decoder {
+    explicit entry_decoder(const cmd_opts& opts);
+
+    const cmd_opts& opts;
+    std::string source;
+    URL_OR_LEAK_ACTIVITY_RECORD url_record;
+    REDR_ACTIVITY_RECORD redr_record;
+};
+
+// Decodes the entry whose signature is at `entry`, `remaining` bytes before the buffer's end, into
+// `row` for the input position `position`. 1 when a row was made.
+int decode_entry_at(activity_record& row, entry_decoder& decoder, const uint8_t* entry, uint32_t remaining,
+                    uint64_t position);
 
 // Keeps commas and line ends out of a report field: "," -> ";", trim, CR -> " ", LF -> ";".
 void clean_field(std::string& text);
@@ -35,3 +47,8 @@ std::string build_source_text(const cmd_opts& opts);
 void fill_activity_from_url_or_leak(activity_record& row, const URL_OR_LEAK_ACTIVITY_RECORD& record,
                                     const cmd_opts& opts);
 void fill_activity_from_redr(activity_record& row, const REDR_ACTIVITY_RECORD& record, const cmd_opts& opts);
+// The same with the input's source text given; the record's texts move into the row.
+void fill_activity_from_url_or_leak(activity_record& row, URL_OR_LEAK_ACTIVITY_RECORD&& record,
+                                    const cmd_opts& opts, const std::string& source);
+void fill_activity_from_redr(activity_record& row, REDR_ACTIVITY_RECORD&& record, const cmd_opts& opts,
+                             const std::string& source);

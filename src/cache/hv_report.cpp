@@ -17,41 +17,13 @@ const char* const column_names[] = {
     "HTTP header",   "index.dat filename",
 };
 
-// The two texts of a stamp group, kept across rows: this runs four times for every row.
-struct stamp_texts {
-    std::string date;
-    std::string time;
-    void clear() {
-        date.clear();
-        time.clear();
-    }
-};
-
-void format_stamp(stamp_texts& texts, const hv::time& t, const cmd_opts& opts) {
-    if (!t.valid) return;
-    if (opts.use_locale_format)
-        format_date_time_simple(texts.date, texts.time, t, true);
-    else
-        format_date_time_template(texts.date, texts.time, t, opts.date_format, opts.time_format);
-}
-
-void format_filetime(stamp_texts& texts, uint64_t filetime, const cmd_opts& opts) {
-    hv::time t(filetime, hv::kind_filetime);
-    format_stamp(texts, t, opts);
-}
-
-// DOS pairs of an entry are UTC as stored.
-void format_dos(stamp_texts& texts, const dos_stamp& pair, const cmd_opts& opts) {
-    hv::time t(&pair, true);
-    format_stamp(texts, t, opts);
-}
-
 // Date, separator, time with its zone word when there is a time, separator.
-void append_stamp(std::string& line, const stamp_texts& texts, const char* zone, const std::string& separator) {
-    line += texts.date;
+void append_stamp(std::string& line, const std::string& date, const std::string& time, const char* zone,
+                  const std::string& separator) {
+    line += date;
     line += separator;
-    line += texts.time;
-    if (!texts.time.empty()) line += zone;
+    line += time;
+    if (!time.empty()) line += zone;
     line += separator;
 }
 
@@ -74,38 +46,28 @@ void write_header_row(std::ostream& out, const cmd_opts& opts) {
     out << std::endl;
 }
 
-// The row is put together in one reused text and handed to the stream in one write: this runs once
-// per entry, and per-field stream insertions cost more than the row itself.
-void write_activity_row(const activity_record& row, std::ostream& out, const cmd_opts& opts) {
-    // Never freed: one thread, one run, and their storage is what the next row reuses.
-    static stamp_texts& texts = *new stamp_texts;
-    static std::string& line = *new std::string;
+namespace {
+
+// The row behind the note columns, in `line`. Each stamp group is a date text, the separator, the
+// time text with its zone word when there is a time, and the separator: empty columns for a stamp
+// that is unset or no date.
+void append_row(std::string& line, const activity_record& row, const cmd_opts& opts, stamp_formatter& stamps,
+                std::string& date, std::string& time) {
     const std::string& sep = opts.separator;
-
-    if (opts.show_note_columns) {
-        // The fill stays "0" on the stream; no width is left set, so later columns don't see it.
-        out << "0x" << std::hex << std::setfill('0') << std::setw(8) << row.offset << std::dec << sep;
-    }
-    line.clear();
-
-    texts.clear();
-    if (row.last_modified != 0) format_filetime(texts, row.last_modified, opts);
-    append_stamp(line, texts, row.is_local_time ? " local" : " UTC", sep);
-
-    texts.clear();
+    auto stamp = [&](bool set, const char* zone, auto&& format) {
+        date.clear();
+        time.clear();
+        if (set) format();
+        append_stamp(line, date, time, zone, sep);
+    };
+    stamp(row.last_modified != 0, row.is_local_time ? " local" : " UTC",
+          [&] { stamps.filetime(row.last_modified, date, time); });
     if (row.last_access != 0)
-        format_filetime(texts, row.last_access, opts);
-    else if (row.is_leak && row.second_stamp.date_word != 0)
-        format_dos(texts, row.second_stamp, opts);
-    append_stamp(line, texts, " UTC", sep);
-
-    texts.clear();
-    if (row.expires.date_word != 0) format_dos(texts, row.expires, opts);
-    append_stamp(line, texts, " UTC", sep);
-
-    texts.clear();
-    if (row.last_sync.date_word != 0) format_dos(texts, row.last_sync, opts);
-    append_stamp(line, texts, " UTC", sep);
+        stamp(true, " UTC", [&] { stamps.filetime(row.last_access, date, time); });
+    else  // only a LEAK row falls back on its DOS access stamp
+        stamp(row.is_leak && row.second_stamp.date_word != 0, " UTC", [&] { stamps.dos(row.second_stamp, date, time); });
+    stamp(row.expires.date_word != 0, " UTC", [&] { stamps.dos(row.expires, date, time); });
+    stamp(row.last_sync.date_word != 0, " UTC", [&] { stamps.dos(row.last_sync, date, time); });
 
     line.append(row.signature.data(), row.signature.size());
     line += sep;
@@ -129,6 +91,54 @@ void write_activity_row(const activity_record& row, std::ostream& out, const cmd
         for (int i = 0; i < 7; ++i) line += sep;
         line += row.source_file;
     }
+    line += '\n';
+}
+
+// "0x" and the offset in at least 8 hex digits; the fill stays "0" on the stream, with no width left set.
+void write_note_offset(std::ostream& out, const activity_record& row, const cmd_opts& opts) {
+    out << "0x" << std::hex << std::setfill('0') << std::setw(8) << row.offset << std::dec << opts.separator;
+}
+
+}  // namespace
+
+void write_activity_row(const activity_record& row, std::ostream& out, const cmd_opts& opts) {
+    stamp_formatter stamps(opts.date_format, opts.time_format, opts.use_locale_format);
+    if (opts.show_note_columns) write_note_offset(out, row, opts);
+    std::string line, date, time;
+    append_row(line, row, opts, stamps, date, time);
     out.write(line.data(), static_cast<std::streamsize>(line.size()));
-    out << std::endl;
+    out.flush();
+}
+
+report_writer::report_writer(std::ostream& out, cmd_opts& opts)
+    : out_(out), opts_(opts), stamps_(opts.date_format, opts.time_format, opts.use_locale_format) {}
+
+void report_writer::write_header_if_pending() {
+    if (opts_.header_pending && opts_.show_rows) {
+        opts_.header_pending = false;
+        write_header_row(out_, opts_);
+    }
+}
+
+void report_writer::write_row(const activity_record& row) {
+    write_header_if_pending();
+    ++number_;
+    if (!opts_.show_rows) {
+        out_ << row.row_text << std::endl;
+        return;
+    }
+    if (opts_.show_note_columns) {
+        out_ << number_ << opts_.separator;
+        write_note_offset(out_, row, opts_);
+    }
+    line_.clear();
+    append_row(line_, row, opts_, stamps_, date_, time_);
+    // One piece per row; the stream's sync does nothing, as std::endl's flush found it.
+    out_.write(line_.data(), static_cast<std::streamsize>(line_.size()));
+    out_.flush();
+}
+
+void report_writer::end_input() {
+    write_header_if_pending();
+    number_ = 0;
 }

@@ -1,15 +1,11 @@
 #include "cache/hv_scan.h"
 
 #include <iostream>
-#include <new>
-#include <vector>
+#include <utility>
 
 #include "cache/hv_big_file.h"
-#include "cache/hv_container.h"
-#include "cache/hv_entry.h"
-#include "cache/hv_report.h"
 #include "cmdline/hv_cmd_params.h"
-#include "storage/hv_fileio.h"
+#include "storage/hv_image.h"
 
 uint32_t find_next_signature(const uint8_t* from, uint64_t size) {
     if (!from || size < entry_block_size) return no_signature;
@@ -22,88 +18,159 @@ uint32_t find_next_signature(const uint8_t* from, uint64_t size) {
     return no_signature;
 }
 
-bool scan_buffer(result_map& rows, cmd_opts& opts, uint8_t* buffer, uint32_t length, uint64_t base,
-                 uint32_t overlap) {
-    uint32_t remaining = length;
-    uint32_t position = 0;
+// ---- rows waiting for their order -------------------------------------------------------------
+
+void held_rows::take(activity_record& row) {
+    if (count_ == rows_.size()) rows_.emplace_back();
+    std::swap(rows_[count_++], row);
+}
+
+void held_rows::drop_front(size_t n) {
+    for (size_t i = n; i < count_; ++i) std::swap(rows_[i - n], rows_[i]);
+    count_ -= n;
+}
+
+// ---- the scan -----------------------------------------------------------------------------------
+
+input_scan::input_scan(std::ostream& out, cmd_opts& opts) : opts_(opts), report_(out, opts), decoder_(opts) {}
+
+void input_scan::begin_input() {
+    decoder_.source = build_source_text(opts_);
+    waiting_.clear();
+    next_waiting_.clear();
+    next_base_ = UINT64_MAX;
+    rows_ = 0;
+    have_names_ = false;
+    names_settled_ = true;
+    names_end_ = 0;
+}
+
+void input_scan::use_directory_table(const uint8_t* buffer, uint32_t size) {
+    have_names_ = read_directory_table(container_, buffer, size) != 0;
+    names_end_ = INDEX_DAT_RECORD::at_first_directory_name +
+                 uint64_t{INDEX_DAT_RECORD::directory_item_size} * container_.directory_names.size();
+    names_settled_ = !have_names_;
+}
+
+// Why no entry is lost and none comes twice: consecutive windows share their overlap, and a window's
+// stride is a multiple of 128, so every position of the grid is looked at in some window. An entry
+// cut by a window's end is shorter than 10 blocks, so it starts in the overlap and is met again, whole,
+// in the next window, unless the cut decoding already made a row, which then stands: the first
+// decoding of a position wins. Positions rise within a window, and the next window decodes nothing
+// below its own start, so a row below it is in its final place and is written at once; a row in the
+// overlap waits until the next window has passed it.
+bool input_scan::scan_buffer(const uint8_t* buffer, uint32_t length, uint64_t base, uint64_t next_base) {
+    next_base_ = next_base;
+    size_t waiting = 0;
     bool found = false;
-    uint32_t step = find_next_signature(buffer, length);
-    // Every signature on the 128-byte grid is decoded where it starts, whatever became of the
-    // entry before it. An entry that the buffer's end cuts is shorter than 10 blocks, so it starts
-    // inside the last `overlap` bytes, which the next buffer holds again: there it is met whole,
-    // unless the cut decoding already made a row, which then stands (the first one wins).
-    while (step != no_signature && remaining > entry_block_size && step < remaining + overlap) {
-        position += step;
-        remaining -= step;
-        decode_entry_at(rows, opts, buffer + position, remaining, base + position);
-        step = find_next_signature(buffer + position, remaining);
+    for (uint64_t at = entry_block_size; at + 4 < length; at += entry_block_size) {
+        const uint32_t word = hv::le32(buffer, length, static_cast<size_t>(at));
+        if (word != signature_url && word != signature_leak && word != signature_redr) continue;
         found = true;
+        const uint64_t position = base + at;
+        if (!names_settled_ && position + 4 >= names_end_) settle_names();
+        while (waiting < waiting_.size() && waiting_[waiting].offset < position) emit(waiting_[waiting++]);
+        if (waiting < waiting_.size() && waiting_[waiting].offset == position) {
+            emit(waiting_[waiting++]);
+            continue;
+        }
+        if (decode_entry_at(row_, decoder_, buffer + at, static_cast<uint32_t>(length - at), position)) emit(row_);
+        if (!names_settled_) note_block_count_rewrite(position);
     }
+    while (waiting < waiting_.size()) emit(waiting_[waiting++]);
+    std::swap(waiting_, next_waiting_);
+    next_waiting_.clear();
     return found;
 }
 
-namespace {
+void input_scan::emit(activity_record& row) {
+    if (row.offset < next_base_ && names_settled_)
+        write(row);
+    else
+        next_waiting_.take(row);
+}
 
-// The whole-file road; false when the file couldn't be had in memory.
-bool scan_whole_file(result_map& rows, cmd_opts& opts, uni::fileio& file, uint64_t size, bool& result) {
-    std::vector<uint8_t> buffer;
-    try {
-        if (!file.read_into(buffer, size, 0) || buffer.empty()) return false;
-    } catch (const std::bad_alloc&) {
-        return false;
+void input_scan::write(activity_record& row) {
+    if (have_names_) {
+        if (const std::string* name = directory_name_of(container_, row.directory_index)) row.directory = *name;
     }
-    file.close();
+    report_.write_row(row);
+    ++rows_;
+}
+
+// The decoder used to write a rewritten block count into the file's bytes in memory, and the names
+// were read from those bytes after the walk: where the table runs into the first entries, a name
+// shows the rewritten count, and keeps doing so.
+void input_scan::note_block_count_rewrite(uint64_t position) {
+    const uint32_t blocks = decoder_.url_record.block_count_rewrite;
+    if (blocks == 0) return;
+    for (uint64_t byte = position + 4; byte < position + 8; ++byte) {
+        const uint64_t from_first = byte - INDEX_DAT_RECORD::at_first_directory_name;
+        if (byte < INDEX_DAT_RECORD::at_first_directory_name || byte >= names_end_) continue;
+        const uint64_t item = from_first / INDEX_DAT_RECORD::directory_item_size;
+        const uint64_t within = from_first % INDEX_DAT_RECORD::directory_item_size;
+        if (within < INDEX_DAT_RECORD::directory_name_size)
+            container_.directory_names[item][within] = static_cast<char>(blocks >> (8 * (byte - position - 4)));
+    }
+}
+
+void input_scan::settle_names() {
+    names_settled_ = true;
+    size_t written = 0;
+    while (written < next_waiting_.size() && next_waiting_[written].offset < next_base_) write(next_waiting_[written++]);
+    next_waiting_.drop_front(written);
+}
+
+void input_scan::end_input() {
+    if (!names_settled_) settle_names();
+    next_base_ = UINT64_MAX;
+    for (size_t i = 0; i < waiting_.size(); ++i) write(waiting_[i]);
+    waiting_.clear();
+    report_.end_input();
+}
+
+// ---- one input --------------------------------------------------------------------------------
+
+bool scan_file(input_scan& scan, cmd_opts& opts, image_reader& file, bool& result) {
+    result = false;
+    const uint64_t size = file.size();
+    if (size == 0) return false;
+    if (size > whole_file_limit) {
+        result = scan_big_file(scan, opts, file);
+        return true;
+    }
+    const uint8_t* bytes = view_or_read(file, 0, static_cast<size_t>(size), scan.buffer);
+    if (bytes == nullptr) return false;  // no memory or no read: no header row either
     classify_container_path(opts);
+    const uint32_t length = static_cast<uint32_t>(size);
     INDEX_DAT_RECORD record;
-    const uint32_t length = static_cast<uint32_t>(buffer.size());
-    if (!opts.scan_bad_header && !read_container_header(record, buffer.data(), length)) return true;
+    if (!opts.scan_bad_header && !read_container_header(record, bytes, length)) return true;
     opts.scan_bad_header = true;
-    if (scan_buffer(rows, opts, buffer.data(), length, 0, 0)) {
-        read_directory_table(record, rows, buffer.data(), length);
-        result = !rows.empty();
-    }
+    scan.use_directory_table(bytes, length);
+    // Read whole, the input's answer is whether it gave rows.
+    result = scan.scan_buffer(bytes, length, 0, UINT64_MAX) && scan.rows() != 0;
     return true;
 }
 
-}  // namespace
-
-bool process_input(std::ostream& out, cmd_opts& opts) {
-    result_map rows;
+bool process_input(input_scan& scan, cmd_opts& opts) {
+    scan.begin_input();
     bool result = false;
-
     if (!opts.current_file.empty()) {
-        uni::fileio file(opts.current_file, false, true, 0);
-        if (!file.is_open()) {
+        file_image file;
+        if (!file.open(opts.current_file)) {
             std::cout << "prob opening " << opts.current_file << " for read, aborting\n";
             return false;
         }
-        uint64_t size = file.get_size();
-        if (size == 0) return false;
-        if (size > whole_file_limit) {
-            result = scan_big_file(rows, opts);
-            file.close();
-        } else if (!scan_whole_file(rows, opts, file, size, result)) {
-            return false;  // no memory or no read: no header row either
-        }
+        if (!scan_file(scan, opts, file, result)) return false;
     } else if (!opts.partition.empty() || !opts.vmdk_files.empty()) {
-        result = scan_device_input(rows, opts);
+        result = scan_device_input(scan, opts);
     }
-
     // The first input to get here prints the header, whether it gave rows or not.
-    if (opts.header_pending && opts.show_rows) {
-        opts.header_pending = false;
-        write_header_row(out, opts);
-    }
-    if (result && !rows.empty()) {
-        uint64_t number = 0;
-        for (const auto& item : rows) {
-            if (opts.show_rows) {
-                if (opts.show_note_columns) out << ++number << opts.separator;
-                write_activity_row(item.second, out, opts);
-            } else {
-                out << item.second.row_text << std::endl;
-            }
-        }
-    }
+    scan.end_input();
     return result;
+}
+
+bool process_input(std::ostream& out, cmd_opts& opts) {
+    input_scan scan(out, opts);
+    return process_input(scan, opts);
 }

@@ -1,11 +1,16 @@
-// The signature walk over a buffer, and the run of one input from open to report.
+// The signature walk over the windows of an input, and the run of one input from open to report.
 #pragma once
 #include <cstdint>
 #include <ostream>
+#include <vector>
 
 #include "cache/hv_activity.h"
+#include "cache/hv_container.h"
+#include "cache/hv_entry.h"
+#include "cache/hv_report.h"
 
 class cmd_opts;
+class image_reader;
 
 // Answer of find_next_signature when no signature follows.
 constexpr uint32_t no_signature = 0xFFFFFFFFu;
@@ -16,12 +21,71 @@ constexpr uint64_t whole_file_limit = 16777216;
 // looking at `from` itself; no_signature when none lies before the last 4 bytes.
 uint32_t find_next_signature(const uint8_t* from, uint64_t size);
 
-// Decodes every signature of `buffer` into `rows` under the key `base` + position.
-// True when at least one signature was met, whatever became of it.
-bool scan_buffer(result_map& rows, cmd_opts& opts, uint8_t* buffer, uint32_t length, uint64_t base,
-                 uint32_t overlap);
+// Rows in rising order of position, kept from input to input so that their texts keep their storage.
+class held_rows {
+public:
+    size_t size() const { return count_; }
+    activity_record& operator[](size_t i) { return rows_[i]; }
+    // Takes `row` at the end; `row` gets a spare record in exchange.
+    void take(activity_record& row);
+    // Drops the first `n` rows.
+    void drop_front(size_t n);
+    void clear() { count_ = 0; }
 
-// Parses the input named by opts (current_file, partition or vmdk_files) and writes its rows
-// to `out`, the header row first when it is still pending. True when the input gave rows
-// (on the big-file and device roads: when the input could be read).
+private:
+    std::vector<activity_record> rows_;
+    size_t count_ = 0;
+};
+
+// The scan of a run's inputs, one at a time: the windows of an input go through scan_buffer in
+// order, and its rows reach the report as soon as their order is settled.
+class input_scan {
+public:
+    input_scan(std::ostream& out, cmd_opts& opts);
+
+    // A new input, named by the options' current_file, partition or vmdk_files.
+    void begin_input();
+    // Whole-file road: the container's directory names, read from the whole file; rows get them.
+    void use_directory_table(const uint8_t* buffer, uint32_t size);
+    // Decodes every signature of the window [base, base + length) on its 128-byte grid, from base + 128
+    // to the last position 5 bytes short of the end. A position that already has a row keeps it: the
+    // first decoding wins. Rows below `next_base`, where the next window starts, are written; the
+    // rest wait for it. True when at least one signature was met, whatever became of it.
+    bool scan_buffer(const uint8_t* buffer, uint32_t length, uint64_t base, uint64_t next_base);
+    // The end of the input: what waits is written, and the header row if it is still pending.
+    void end_input();
+    // Rows of the input so far, written or waiting.
+    uint64_t rows() const { return rows_ + waiting_.size() + next_waiting_.size(); }
+
+    std::vector<uint8_t> buffer;  // what a reader can't lend is read here, input after input
+
+private:
+    void emit(activity_record& row);
+    void write(activity_record& row);
+    void settle_names();
+    void note_block_count_rewrite(uint64_t position);
+
+    cmd_opts& opts_;
+    report_writer report_;
+    entry_decoder decoder_;
+    activity_record row_;
+    held_rows waiting_, next_waiting_;
+    uint64_t next_base_ = UINT64_MAX;
+    uint64_t rows_ = 0;
+    INDEX_DAT_RECORD container_;
+    bool have_names_ = false;
+    bool names_settled_ = true;
+    uint64_t names_end_ = 0;  // past this, no decoding reaches the name bytes
+};
+
+// The file road over any reader: read whole up to 16 MiB, in chunks beyond. False, with nothing
+// written, when there was nothing to scan (an empty input, or one that couldn't be read); otherwise
+// `result` is process_input's answer.
+bool scan_file(input_scan& scan, cmd_opts& opts, image_reader& file, bool& result);
+
+// Parses the input named by opts (current_file, partition or vmdk_files) and writes its rows,
+// the header row first when it is still pending. True when the input gave rows (on the big-file
+// and device roads: when the input could be read).
+bool process_input(input_scan& scan, cmd_opts& opts);
+// The same for a run of one input.
 bool process_input(std::ostream& out, cmd_opts& opts);

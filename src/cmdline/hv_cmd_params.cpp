@@ -109,5 +109,4 @@ void cmd_opts::clear() {
     partition.clear();
     have_admin = false;
     cache_category = 1;
-    result_map = nullptr;
 }

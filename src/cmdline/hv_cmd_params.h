@@ -11,7 +11,6 @@
 #include "foundation/hv_date_text.h"  // date_layout
 #include "input/hv_name_filter.h"
 
-struct activity_record;
 
 class cmd_params {
 public:
@@ -109,5 +108,4 @@ public:
     std::string partition;
     bool have_admin;  // nothing sets it: a -partition run ends at its message
     uint32_t cache_category;
-    std::map<uint64_t, activity_record>* result_map;  // not owned; the running big-file scan's rows
 };

@@ -41,14 +41,14 @@ void announce_locale() {
 }
 
 // -f, -partition and -vmdk: one input, whose failure is the run's.
-int parse_one(std::ostream& out, cmd_opts& opts) {
-    if (process_input(out, opts)) return status_ok;
+int parse_one(input_scan& scan, cmd_opts& opts) {
+    if (process_input(scan, opts)) return status_ok;
     print_error("probs parsing file: %s\n", opts.current_file.c_str());
     return status_failed;
 }
 
 // -pipe and -enumdir: a failed file is told and skipped; it never changes the status.
-int parse_list(std::ostream& out, cmd_opts& opts) {
+int parse_list(input_scan& scan, cmd_opts& opts) {
     hvportdir::stdin_stream_ex input(&opts);
     bool started = opts.pipe_input ? input.init_to_stdin(true)
                                    : input.init_to_enumdir(opts.enum_dir, opts.num_subdirs, opts.name_filters);
@@ -63,7 +63,7 @@ int parse_list(std::ostream& out, cmd_opts& opts) {
             name = expand_path_text(name, true);
             if (!name.empty() && split_path(name, folder, base)) {
                 opts.current_file = name;
-                if (!process_input(out, opts)) print_error("probs parsing file: %s\n", name.c_str());
+                if (!process_input(scan, opts)) print_error("probs parsing file: %s\n", name.c_str());
             }
         }
         name.clear();
@@ -72,7 +72,7 @@ int parse_list(std::ostream& out, cmd_opts& opts) {
 }
 
 // The first road that applies is the only one taken.
-int take_road(std::ostream& out, cmd_opts& opts, arg_list& args) {
+int take_road(input_scan& scan, cmd_opts& opts, arg_list& args) {
     std::string value;
     if (take_option("-partition", opts.partition, args)) {
         // Nothing sets have_admin: as things stand every -partition run ends here.
@@ -80,17 +80,17 @@ int take_road(std::ostream& out, cmd_opts& opts, arg_list& args) {
             print_error("re-run [-partition] option w/ admin privileges\n");
             return status_failed;
         }
-        return parse_one(out, opts);
+        return parse_one(scan, opts);
     }
     if (peek_option("-vmdk", value, args, true)) {
         if (!parse_vmdk_list(opts, args, check_vmdk_list, nullptr, true, "-vmdk")) return status_failed;
-        return parse_one(out, opts);
+        return parse_one(scan, opts);
     }
     if (take_option("-f", opts.current_file, args)) {
         opts.current_file = expand_path_text(opts.current_file, true);
-        return parse_one(out, opts);
+        return parse_one(scan, opts);
     }
-    if (opts.pipe_input || opts.enum_dir_given) return parse_list(out, opts);
+    if (opts.pipe_input || opts.enum_dir_given) return parse_list(scan, opts);
     print_usage(args[0].c_str());
     return status_ok;
 }
@@ -130,5 +130,6 @@ int run_driver(int argc, const char* const* argv) {
     opts.scan_bad_header = true;  // every file is scanned, whatever its first bytes
     if (opts.use_locale_format) announce_locale();
 
-    return take_road(*out, opts, args);
+    input_scan scan(*out, opts);
+    return take_road(scan, opts, args);
 }

@@ -101,8 +101,12 @@ int print_status(const char* format, ...) {
     return kept;
 }
 
-int write_status_line(bool to_stderr, int max_chars, int, const char* format, va_list args, bool title) {
-    if (format == nullptr) return 0;
+namespace {
+
+// The bytes of a status line: without `title`, the short erase, the text cut to `max_chars`, and a CR.
+// Answers the number of characters kept, or -1 when the text could not be formatted.
+int status_line_bytes(std::string& line, int max_chars, const char* format, va_list args, bool title) {
+    if (format == nullptr) return -1;
     if (max_chars < 0) max_chars = 0;
     size_t size = static_cast<size_t>(max_chars) > status_buffer_size ? static_cast<size_t>(max_chars) + 1
                                                                       : status_buffer_size;
@@ -111,21 +115,27 @@ int write_status_line(bool to_stderr, int max_chars, int, const char* format, va
     va_copy(copy, args);
     int formatted = vsnprintf(text.data(), size - 1, format, copy);
     va_end(copy);
-    if (formatted < 0) return 0;
+    if (formatted < 0) return -1;
     int kept = std::min(formatted, max_chars);
     text[std::min(static_cast<size_t>(kept), size - 1)] = 0;
 
-    std::string line;
-    if (!title) line = short_erase_text;
+    const size_t start = line.size();
+    if (!title) line += short_erase_text;
     line += text.data();
     if (!title) line += '\r';
     // A status line never moves the cursor down.
-    line.erase(std::remove(line.begin(), line.end(), '\n'), line.end());
+    line.erase(std::remove(line.begin() + static_cast<std::ptrdiff_t>(start), line.end(), '\n'), line.end());
+    return kept;
+}
 
+}  // namespace
+
+int write_status_line(bool to_stderr, int max_chars, int, const char* format, va_list args, bool title) {
+    std::string line;
+    int kept = status_line_bytes(line, max_chars, format, args, title);
+    if (kept < 0) return 0;
     if (to_stderr) {
-        FILE* err = console_error();
-        fputs(line.c_str(), err);
-        fflush(err);
+        write_console_error(line);
     } else if (title) {
         set_console_title(line.c_str());
     } else {
@@ -134,6 +144,19 @@ int write_status_line(bool to_stderr, int max_chars, int, const char* format, va
         fflush(out);
     }
     return kept;
+}
+
+void append_status_line(std::string& out, const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    status_line_bytes(out, 60, format, args, false);
+    va_end(args);
+}
+
+void write_console_error(const std::string& bytes) {
+    FILE* err = console_error();
+    fputs(bytes.c_str(), err);
+    fflush(err);
 }
 
 void clear_status_line(const cmd_params& options) {

@@ -81,6 +81,11 @@ int print_status(const char* format, ...) HV_PRINTF_LIKE(1, 2);
 int write_status_line(bool to_stderr, int max_chars, int reserved_chars, const char* format, va_list args,
                       bool title);
 
+// The bytes print_status would write, appended to `out`, and their writing: a scan that passes over a
+// long stretch unread gives the stretch's status lines in one write.
+void append_status_line(std::string& out, const char* format, ...) HV_PRINTF_LIKE(2, 3);
+void write_console_error(const std::string& bytes);
+
 // The long erase, when show_progress is set.
 void clear_status_line(const cmd_params& options);
 

@@ -1,5 +1,6 @@
 #include "foundation/hv_date_text.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -8,6 +9,24 @@
 #include <sstream>
 
 #include "foundation/hv_string.h"
+
+// What a date template asks for. The template is searched for known words only; the text is
+// built in a fixed order from them.
+struct date_plan {
+    char sep = '/';
+    bool complete = false;     // "yy", "mm" and "dd" are all there
+    bool year_first = false;   // the year word stands at position 0
+    bool day_first = false;    // "mm" is not before "dd"
+    bool month_name = false;
+    bool comma = false;        // behind the day, in the month-first order
+    bool short_year = false;
+};
+
+struct time_plan {
+    bool hour_minute = false;
+    bool second = false;
+    size_t digits = 0;   // from the first "xxx" to the last x; 0 without "xxx"
+};
 
 namespace {
 
@@ -35,18 +54,6 @@ size_t fraction_digits(const std::string& time_template) {
     return time_template.rfind('x') - first + 1;
 }
 
-// What a date template asks for. The template is searched for known words only; the text is
-// built in a fixed order from them.
-struct date_plan {
-    char sep = '/';
-    bool complete = false;     // "yy", "mm" and "dd" are all there
-    bool year_first = false;   // the year word stands at position 0
-    bool day_first = false;    // "mm" is not before "dd"
-    bool month_name = false;
-    bool comma = false;        // behind the day, in the month-first order
-    bool short_year = false;
-};
-
 date_plan plan_date(const std::string& tpl) {
     date_plan p;
     bool comma_rule = false;
@@ -67,12 +74,6 @@ date_plan plan_date(const std::string& tpl) {
     p.day_first = m >= d;
     return p;
 }
-
-struct time_plan {
-    bool hour_minute = false;
-    bool second = false;
-    size_t digits = 0;   // from the first "xxx" to the last x; 0 without "xxx"
-};
 
 time_plan plan_time(const std::string& tpl) {
     time_plan p;
@@ -452,5 +453,172 @@ bool parse_time_text(const char* text, uint32_t* hour, uint32_t* minute, double*
         *second = std::atof(end > from ? s.substr(from, end - from).c_str() : "");
         if (!std::isfinite(*second)) return false;
     }
+    return true;
+}
+
+// ---- report stamps ---------------------------------------------------------------------------------
+
+namespace {
+
+// FILETIMEs whose validity can't hang on the zone: from 1900 up to 1970, and from the second second
+// of 1970 up to 2999. Near 3000 the zone of the run decides, and such stamps take the whole road.
+constexpr uint64_t ticks_1900 = 94354848000000000ull;
+constexpr uint64_t ticks_2999 = 441166176000000000ull;
+
+bool plain_filetime(uint64_t t) {
+    return (t >= ticks_1900 && t < hv::unix_epoch_ticks) ||
+           (t >= hv::unix_epoch_ticks + hv::ticks_per_second && t < ticks_2999);
+}
+
+tm tm_of(const hv::time_fields& f) {
+    tm t{};
+    t.tm_mon = f.month - 1;
+    t.tm_mday = f.day;
+    t.tm_year = f.year - 1900;
+    t.tm_hour = f.hour;
+    t.tm_min = f.minute;
+    t.tm_sec = f.second;
+    return t;
+}
+
+std::string locale_date(const std::locale& loc, const tm& t) {
+    std::ostringstream os;
+    os.imbue(loc);
+    std::use_facet<std::time_put<char>>(loc).put(std::ostreambuf_iterator<char>(os), os, ' ', &t, 'x');
+    return os.str();
+}
+
+}  // namespace
+
+stamp_formatter::stamp_formatter(const std::string& date_template, const std::string& time_template,
+                                 bool use_locale)
+    : date_template_(date_template),
+      time_template_(time_template),
+      date_plan_(new date_plan(plan_date(date_template))),
+      time_plan_(new time_plan(plan_time(time_template))),
+      use_locale_(use_locale),
+      days_(cache_slots),
+      dos_days_(cache_slots) {
+    if (!use_locale_) {
+        dates_by_day_ = true;  // templates read the date fields alone
+        return;
+    }
+    std::string name;
+    try {
+        if (find_date_locale(name)) {
+            date_locale_ = std::locale(name.c_str());
+            have_locale_ = true;
+        }
+    } catch (...) {
+        have_locale_ = false;
+    }
+    if (!have_locale_) {
+        dates_by_day_ = true;  // the fixed form shows the date alone
+        return;
+    }
+    // A date format that showed the time of day could not be kept by day.
+    hv::time_fields f;
+    f.year = 2015, f.month = 3, f.day = 9;
+    const std::string midnight = locale_date(date_locale_, tm_of(f));
+    f.hour = 23, f.minute = 59, f.second = 58;
+    dates_by_day_ = locale_date(date_locale_, tm_of(f)) == midnight;
+}
+
+stamp_formatter::~stamp_formatter() = default;
+
+bool stamp_formatter::full(const hv::time& t, std::string& date_text, std::string& time_text) {
+    date_text.clear();
+    time_text.clear();
+    if (!t.valid) return false;
+    if (use_locale_)
+        format_date_time_in_locale(date_text, time_text, t, have_locale_ ? &date_locale_ : nullptr, true, false, false);
+    else
+        format_date_time_template(date_text, time_text, t, date_template_, time_template_);
+    return true;
+}
+
+void stamp_formatter::time_text_of(const hv::time_fields& f, std::string& time_text) {
+    char buf[32];
+    if (use_locale_) {
+        char* p = put_digits(buf, f.hour, 2);
+        *p++ = ':';
+        p = put_digits(p, f.minute, 2);
+        *p++ = ':';
+        p = put_digits(p, f.second, 2);
+        *p++ = '.';
+        p = put_digits(p, f.milliseconds, 3);
+        time_text.assign(buf, p);
+    } else if (time_template_.empty()) {
+        time_text.clear();
+    } else {
+        time_text.assign(buf, write_time(buf, f, *time_plan_));
+    }
+}
+
+void stamp_formatter::fill_day(day_text& slot, uint64_t key, const hv::time& t) {
+    slot.key = key;
+    slot.valid = t.valid;
+    slot.whole = true;
+    slot.size = 0;
+    if (!t.valid) return;
+    if (use_locale_ && have_locale_) {
+        const std::string text = locale_date(date_locale_, tm_of(t.fields));
+        slot.whole = text.size() <= sizeof slot.text;
+        slot.size = static_cast<uint8_t>(std::min(text.size(), sizeof slot.text));
+        std::copy(text.begin(), text.begin() + slot.size, slot.text);
+    } else if (use_locale_) {
+        char* p = put_digits(slot.text, t.fields.year, 4);
+        *p++ = '-';
+        p = put_digits(p, t.fields.month, 2);
+        *p++ = '-';
+        p = put_digits(p, t.fields.day, 2);
+        slot.size = static_cast<uint8_t>(p - slot.text);
+    } else if (!date_template_.empty()) {
+        slot.size = static_cast<uint8_t>(write_date(slot.text, t.fields, *date_plan_));
+    }
+}
+
+bool stamp_formatter::filetime(uint64_t ticks, std::string& date_text, std::string& time_text) {
+    if (!plain_filetime(ticks) || !dates_by_day_)
+        return full(hv::time(ticks, hv::kind_filetime), date_text, time_text);
+    const uint64_t day = ticks / hv::ticks_per_day;
+    day_text& slot = days_[day % cache_slots];
+    if (slot.key != day) fill_day(slot, day, hv::time(ticks, hv::kind_filetime));
+    if (!slot.whole) return full(hv::time(ticks, hv::kind_filetime), date_text, time_text);
+    date_text.assign(slot.text, slot.size);
+    hv::time_fields f;
+    const uint64_t second_of_day = ticks % hv::ticks_per_day / hv::ticks_per_second;
+    const uint64_t fraction = ticks % hv::ticks_per_second;
+    f.hour = static_cast<uint16_t>(second_of_day / 3600);
+    f.minute = static_cast<uint16_t>(second_of_day / 60 % 60);
+    f.second = static_cast<uint16_t>(second_of_day % 60);
+    f.milliseconds = static_cast<uint16_t>(fraction / 10000);
+    f.microseconds = fraction / 10;
+    f.nanoseconds = fraction * 100;
+    time_text_of(f, time_text);
+    return true;
+}
+
+bool stamp_formatter::dos(const hv::dos_pair& pair, std::string& date_text, std::string& time_text) {
+    const unsigned date = pair.date_word, clock = pair.time_word;
+    const unsigned day = date & 31, month = (date >> 5) & 15;
+    hv::time_fields f;
+    f.second = static_cast<uint16_t>((clock & 31) * 2);
+    f.minute = static_cast<uint16_t>((clock >> 5) & 63);
+    f.hour = static_cast<uint16_t>(clock >> 11);
+    // The same refusals as hv::time's reading of a DOS pair.
+    if (day == 0 || month < 1 || month > 12 || f.second >= 60 || f.minute >= 60 || f.hour >= 24 ||
+        !dates_by_day_) {
+        return full(hv::time(&pair, true), date_text, time_text);
+    }
+    // The time word can't carry into the next day, so the date text is the date word's alone.
+    day_text& slot = dos_days_[date % cache_slots];
+    if (slot.key != date) {
+        const hv::dos_pair midnight{pair.date_word, 0};
+        fill_day(slot, date, hv::time(&midnight, true));
+    }
+    if (!slot.valid || !slot.whole) return full(hv::time(&pair, true), date_text, time_text);
+    date_text.assign(slot.text, slot.size);
+    time_text_of(f, time_text);
     return true;
 }

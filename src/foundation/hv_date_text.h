@@ -3,7 +3,9 @@
 #pragma once
 #include <cstdint>
 #include <locale>
+#include <memory>
 #include <string>
+#include <vector>
 
 #include "foundation/hv_time.h"
 
@@ -30,6 +32,51 @@ void format_date_time_simple(std::string& date_text, std::string& time_text, con
 void format_date_time_in_locale(std::string& date_text, std::string& time_text, const hv::time& t,
                                 const std::locale* date_locale, bool with_fraction, bool short_year,
                                 bool nanoseconds);
+
+// The two texts of a report stamp, as format_date_time_template (or, with `use_locale`, the locale
+// road of format_date_time_simple) gives them for an hv::time of that stamp, made without building
+// one for the usual stamps: the date text is kept by day, the time text written from the tick count.
+// The locale is looked up once, when the formatter is made. One per run.
+struct date_plan;
+struct time_plan;
+
+class stamp_formatter {
+public:
+    stamp_formatter(const std::string& date_template, const std::string& time_template, bool use_locale);
+    ~stamp_formatter();
+    stamp_formatter(const stamp_formatter&) = delete;
+    stamp_formatter& operator=(const stamp_formatter&) = delete;
+
+    // A FILETIME stamp; false, both texts empty, when it is no date.
+    bool filetime(uint64_t ticks, std::string& date_text, std::string& time_text);
+    // A DOS pair taken as UTC; false, both texts empty, when it is no date.
+    bool dos(const hv::dos_pair& pair, std::string& date_text, std::string& time_text);
+
+private:
+    // The date text of one day (a FILETIME's day number, or a DOS date word).
+    struct day_text {
+        uint64_t key = UINT64_MAX;
+        bool valid = false;
+        bool whole = true;  // the text fits; a longer locale text takes the whole road
+        uint8_t size = 0;
+        char text[40];
+    };
+    static constexpr size_t cache_slots = 1024;
+
+    // The texts through a whole hv::time, for every stamp the short roads don't take.
+    bool full(const hv::time& t, std::string& date_text, std::string& time_text);
+    void time_text_of(const hv::time_fields& f, std::string& time_text);
+    void fill_day(day_text& slot, uint64_t key, const hv::time& t);
+
+    std::string date_template_, time_template_;
+    std::unique_ptr<date_plan> date_plan_;
+    std::unique_ptr<time_plan> time_plan_;
+    bool use_locale_;
+    bool have_locale_ = false;
+    bool dates_by_day_ = false;  // a date text depends on the day alone (not so for a locale that shows the time)
+    std::locale date_locale_;
+    std::vector<day_text> days_, dos_days_;
+};
 
 // The host's date locale: the default (name ""), else %LC_TIME%, else %LANG%; true with the name of
 // the first that builds, false with an empty name. -locale asks it once, the locale road per date.

@@ -89,11 +89,15 @@ bool fileio::open(const std::wstring& path_in, bool write, bool retain, bool tru
     return true;
 }
 
-uint64_t fileio::get_size() {
-    if (!is_open()) return 0;
-    // A folder has no size to read: some file systems answer a huge end offset for it.
+uint64_t fileio::get_size() { return is_open() ? descriptor_size(fd) : 0; }
+
+uint64_t descriptor_size(int fd) {
     struct stat st {};
-    if (fstat(fd, &st) == 0 && S_ISDIR(st.st_mode)) return 0;
+    if (fstat(fd, &st) == 0) {
+        // A folder has no size to read: some file systems answer a huge end offset for it.
+        if (S_ISDIR(st.st_mode)) return 0;
+        if (S_ISREG(st.st_mode)) return static_cast<uint64_t>(st.st_size);  // what seeking to the end answers
+    }
     off_t here = lseek(fd, 0, SEEK_CUR);
     off_t end = lseek(fd, 0, SEEK_END);
     uint64_t answer = static_cast<uint64_t>(end);

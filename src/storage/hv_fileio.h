@@ -217,6 +217,10 @@ public:
     int32_t second = 0;
 };
 
+// Size behind a descriptor: the end of a file, a device's own size, 0 for a folder or anything
+// that won't tell. The descriptor's position is left where it was.
+uint64_t descriptor_size(int fd);
+
 // Every open of a file or device. O_NONBLOCK is always added; named pipes and sockets are
 // refused (closed again). Answers the descriptor or -1.
 int open_checked(const std::string& path, int flags, int mode);

@@ -9,6 +9,9 @@
 #include <linux/fs.h>
 #endif
 
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <new>
 
 #include "storage/hv_fileio.h"
@@ -51,12 +54,12 @@ RAW_DISK_IO::RAW_DISK_IO(std::string device, bool write, bool /*reserved_a*/, bo
     if (fd == -1) return;
 
     uint32_t block_size = 0;
-    ask_device_geometry(fd, size, block_size);
+    ask_device_geometry(fd, byte_count, block_size);
     sector_size = block_size;
-    if (size == 0) {
+    if (byte_count == 0) {
         // Not a disk device, or it won't say: the end of the file is the size.
         off_t end = lseek(fd, 0, SEEK_END);
-        size = static_cast<uint64_t>(static_cast<int64_t>(end));
+        byte_count = static_cast<uint64_t>(static_cast<int64_t>(end));
         lseek(fd, 0, SEEK_SET);
         sector_size = 512;
     }
@@ -73,7 +76,7 @@ RAW_DISK_IO::RAW_DISK_IO(std::vector<std::wstring> const& files, bool write, boo
     if (!collection->open_files(files) || !collection->link()) return;
     narrow_path = collection->root->path;
     fd = collection->root->fd;
-    size = collection->root->capacity_bytes();
+    byte_count = collection->root->capacity_bytes();
     sector_size = 512;
     is_open = true;
 }
@@ -98,12 +101,12 @@ void RAW_DISK_IO::clear() {
     wide_path.clear();
     kind = kind_closed;
     is_open = false;
-    size = 0;
+    byte_count = 0;
 }
 
 bool RAW_DISK_IO::read(void* buffer, uint32_t& length, uint64_t offset) {
     if (buffer == nullptr || !is_open || fd == -1) return false;
-    if (length == 0 || static_cast<int64_t>(size) <= static_cast<int64_t>(offset)) return false;
+    if (length == 0 || static_cast<int64_t>(byte_count) <= static_cast<int64_t>(offset)) return false;
     if (kind == kind_vmdk) {
         if (!collection) return false;
         return collection->read(buffer, offset, length);
@@ -111,8 +114,46 @@ bool RAW_DISK_IO::read(void* buffer, uint32_t& length, uint64_t offset) {
     if (kind != kind_device) return false;
     off_t at = lseek(fd, static_cast<off_t>(offset), SEEK_SET);
     if (at == -1) return false;
-    uint64_t left = size - static_cast<uint64_t>(at);
+    uint64_t left = byte_count - static_cast<uint64_t>(at);
     if (length > left) length = static_cast<uint32_t>(left);
     // No alignment and no retry: what read(2) delivers isn't kept, a short read leaves old bytes.
     return ::read(fd, buffer, length) != -1;
+}
+
+bool RAW_DISK_IO::read(uint64_t offset, uint8_t* buffer, size_t length) {
+    if (buffer == nullptr || !is_open || fd == -1) return false;
+    if (kind == kind_vmdk) {
+        if (!collection) return false;
+        // The chain answers past its capacity with zeros, as it does for grains no file holds.
+        while (length > 0) {
+            uint32_t piece = static_cast<uint32_t>(std::min<size_t>(length, 1u << 30));
+            if (!collection->read(buffer, offset, piece)) return false;
+            buffer += piece;
+            offset += piece;
+            length -= piece;
+        }
+        return true;
+    }
+    if (kind != kind_device) return false;
+    size_t done = 0;
+    while (done < length && offset + done < byte_count) {
+        const size_t want = static_cast<size_t>(std::min<uint64_t>(length - done, byte_count - (offset + done)));
+        const ssize_t got = pread(fd, buffer + done, want, static_cast<off_t>(offset + done));
+        if (got < 0 && errno == EINTR) continue;
+        if (got < 0) return false;
+        if (got == 0) break;
+        done += static_cast<size_t>(got);
+    }
+    std::memset(buffer + done, 0, length - done);
+    return true;
+}
+
+const uint8_t* RAW_DISK_IO::view(uint64_t offset, size_t length) {
+    if (!is_open || kind != kind_vmdk || !collection || length > UINT32_MAX) return nullptr;
+    return collection->view(offset, static_cast<uint32_t>(length));
+}
+
+uint64_t RAW_DISK_IO::next_data(uint64_t offset) {
+    if (!is_open || kind != kind_vmdk || !collection) return offset;
+    return collection->next_held(offset);
 }

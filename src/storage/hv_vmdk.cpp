@@ -27,25 +27,6 @@ constexpr uint64_t sector_bytes = 512;
 // the padding entries of a directory's last sector; a hostile header must not make us ask for more.
 uint64_t table_memory_limit(uint64_t file_size) { return 2 * file_size + (16u << 20); }
 
-// Reads at the current position until `length` or the end of the file, into a buffer that is
-// already zero-filled, so what the file doesn't hold stays zero. Answers the count, or -1 when
-// the first read(2) failed. (Large metadata can take more than one read(2) on this host.)
-ssize_t read_some(int fd, void* buffer, size_t length) {
-    size_t done = 0;
-    while (done < length) {
-        ssize_t got = ::read(fd, static_cast<uint8_t*>(buffer) + done, length - done);
-        if (got < 0) return done == 0 ? -1 : static_cast<ssize_t>(done);
-        if (got == 0) break;
-        done += static_cast<size_t>(got);
-    }
-    return static_cast<ssize_t>(done);
-}
-
-bool seek_to(int fd, uint64_t offset) {
-    if (offset > static_cast<uint64_t>(INT64_MAX)) return false;
-    return lseek(fd, static_cast<off_t>(offset), SEEK_SET) != -1;
-}
-
 void remove_quotes(std::wstring& text) { text.erase(std::remove(text.begin(), text.end(), L'"'), text.end()); }
 
 }  // namespace
@@ -153,24 +134,29 @@ bool VMWARE_DISK::load(int descriptor) {
     valid = false;
     if (descriptor == -1) return false;
     fd = descriptor;
-    off_t end = lseek(fd, 0, SEEK_END);
-    file_size = end < 0 ? 0 : static_cast<uint64_t>(end);
-    if (lseek(fd, 0, SEEK_SET) == -1) return false;
+    std::unique_ptr<file_image> file(new (std::nothrow) file_image());
+    if (!file || !file->attach(fd)) return false;
+    return load(std::move(file));
+}
 
+bool VMWARE_DISK::load(std::unique_ptr<image_reader> image) {
+    valid = false;
+    source = std::move(image);
+    if (!source) return false;
+    file_size = source->size();
     header.clear();
-    if (read_some(fd, header.bytes.data(), header.bytes.size()) < 0 || !header.valid()) return false;
+    if (!source->read(0, header.bytes.data(), header.bytes.size()) || !header.valid()) return false;
 
     try {
         // The descriptor's length is taken in 32 bits, as the format's writers do; what lies past the
         // file's end would read as NULs, so the buffer stops there.
         uint64_t descriptor_at = header.descriptor_offset() * sector_bytes;
         uint32_t descriptor_length = static_cast<uint32_t>(header.descriptor_size() * sector_bytes);
-        if (!seek_to(fd, descriptor_at)) return false;
+        if (descriptor_at > static_cast<uint64_t>(INT64_MAX)) return false;
         uint64_t available = descriptor_at < file_size ? file_size - descriptor_at : 0;
         std::vector<uint8_t> text(static_cast<size_t>(std::min<uint64_t>(descriptor_length, available)), 0);
-        ssize_t got = text.empty() ? 0 : read_some(fd, text.data(), text.size());
-        if (got < 0) return false;
-        parse_descriptor(text.data(), static_cast<size_t>(got));
+        if (!text.empty() && !source->read(descriptor_at, text.data(), text.size())) return false;
+        parse_descriptor(text.data(), text.size());
 
         grain_bytes = header.grain_size() * sector_bytes;
         table_span = uint64_t{header.entries_per_table()} * grain_bytes;
@@ -179,63 +165,53 @@ bool VMWARE_DISK::load(int descriptor) {
             table_span / grain_bytes != header.entries_per_table()) {
             return false;
         }
-        uint32_t metadata_length = static_cast<uint32_t>(header.overhead() * sector_bytes);
-
-        // The metadata is read whole; bytes it claims past the file's end read as zeros (le32 answers 0).
-        std::vector<uint8_t> metadata(static_cast<size_t>(std::min<uint64_t>(metadata_length, file_size)), 0);
-        if (!seek_to(fd, 0)) return false;
-        if (!metadata.empty() && read_some(fd, metadata.data(), metadata.size()) < 0) return false;
-        const uint8_t* meta = metadata.data();
-        size_t meta_size = metadata.size();
-
-        if (hv::le32(meta, meta_size, SPARSE_EXTENT_HEADER::at_magic) != SPARSE_EXTENT_HEADER::magic_value) {
-            return false;
-        }
+        // The metadata at the file's start, as far as the file holds it; past the end it reads as zeros.
+        const uint32_t metadata_length = static_cast<uint32_t>(header.overhead() * sector_bytes);
+        const uint64_t meta_size = std::min<uint64_t>(metadata_length, file_size);
+        if (meta_size < 4) return false;  // not even the magic again
         uint64_t directory_at = header.grain_dir_offset() * sector_bytes;
         if (header.overhead() * sector_bytes > metadata_length || directory_at > metadata_length) return false;
-        uint64_t first_entry = hv::le32(meta, meta_size, static_cast<size_t>(directory_at));
+        uint8_t first[4] = {0, 0, 0, 0};
+        if (directory_at + 4 <= meta_size && !source->read(directory_at, first, 4)) return false;
+        uint64_t first_entry = hv::le32(first, 4, 0);
         uint64_t first_table_at = first_entry * sector_bytes;
         if (first_table_at > metadata_length) return false;
         // The directory runs up to the first table it names; its length isn't taken from the capacity.
         if (first_table_at <= directory_at || first_table_at > meta_size) return false;
         size_t entry_count = static_cast<size_t>((first_table_at - directory_at) / 4);
+        std::vector<uint8_t> raw(entry_count * 4);
+        if (!source->read(directory_at, raw.data(), raw.size())) return false;
         grain_directory.resize(entry_count);
-        for (size_t i = 0; i < entry_count; ++i) {
-            grain_directory[i] = hv::le32(meta, meta_size, static_cast<size_t>(directory_at + 4 * i));
-        }
+        for (size_t i = 0; i < entry_count; ++i) grain_directory[i] = hv::le32(raw.data(), raw.size(), 4 * i);
         first_table_offset = static_cast<uint32_t>(first_entry * sector_bytes);
 
         uint32_t per_table = header.entries_per_table();
         uint64_t table_length = uint64_t{per_table} * 4;
         if (entry_count > table_memory_limit(file_size) / table_length) return false;
         grain_tables.reserve(entry_count);
+        raw.assign(static_cast<size_t>(table_length), 0);
+        uint32_t first_table_entry = 0;
         for (uint32_t entry : grain_directory) {
             // Positions are taken in 32 bits: a table at or past 4 GiB is read from the wrong place.
             uint32_t position = static_cast<uint32_t>(uint64_t{entry} * sector_bytes);
             GRAIN_TABLE table;
-            table.entries.assign(per_table, 0);
-            // Only entries in bytes the file holds are converted; the others read as 0 and stay 0, so
-            // a hostile header's large tables past the end cost no more than their zeros.
-            if (uint64_t{position} + table_length <= metadata_length) {
-                const size_t held = position < meta_size ? (meta_size - position) / 4 : 0;
-                for (size_t i = 0; i < std::min<size_t>(per_table, held); ++i) {
-                    table.entries[i] = hv::le32(meta, meta_size, size_t{position} + 4 * i);
+            // A table in a hole of the file, or past its end, is all zeros: nothing to read or keep.
+            if (position < file_size && source->next_data(position) < position + table_length) {
+                if (!source->read(position, raw.data(), raw.size())) break;
+                if (grain_tables.empty()) first_table_entry = hv::le32(raw.data(), raw.size(), 0);
+                if (std::any_of(raw.begin(), raw.end(), [](uint8_t b) { return b != 0; })) {
+                    table.entries.resize(per_table);
+                    for (size_t i = 0; i < per_table; ++i) table.entries[i] = hv::le32(raw.data(), raw.size(), 4 * i);
+                    used_tables.push_back(static_cast<uint32_t>(grain_tables.size()));
                 }
-            } else {
-                const uint64_t held = position < file_size ? (file_size - position + 3) & ~uint64_t{3} : 0;
-                std::vector<uint8_t> raw(static_cast<size_t>(std::min(table_length, held)), 0);
-                if (!seek_to(fd, position) || read_some(fd, raw.data(), raw.size()) < 0) break;
-                for (size_t i = 0; i < raw.size() / 4; ++i) table.entries[i] = hv::le32(raw.data(), raw.size(), 4 * i);
             }
             grain_tables.push_back(std::move(table));
         }
-        if (grain_tables.empty() || grain_tables[0].entries.empty()) return false;
+        if (grain_tables.empty()) return false;
 
-        first_grain_offset = static_cast<uint32_t>(uint64_t{grain_tables[0].entries[0]} * sector_bytes);
+        first_grain_offset = static_cast<uint32_t>(uint64_t{first_table_entry} * sector_bytes);
         first_sector.assign(MASTER_BOOT_RECORD::size, 0);
-        if (!seek_to(fd, first_grain_offset) || read_some(fd, first_sector.data(), first_sector.size()) < 0) {
-            return false;
-        }
+        if (!source->read(first_grain_offset, first_sector.data(), first_sector.size())) return false;
         std::deque<partition_info> volumes;
         if (parse_disk_start(first_sector.data(), first_sector.size(), volumes, false) ||
             parse_disk_start(first_sector.data(), first_sector.size(), volumes, true)) {
@@ -272,9 +248,8 @@ bool VMWARE_DISK::map_offset(uint64_t offset, uint64_t& file_offset) const {
     return true;
 }
 
-bool VMWARE_DISK::read(int descriptor, uint8_t* buffer, uint64_t offset, uint32_t& length) {
-    if (!valid || descriptor == -1 || length == 0 || buffer == nullptr) return false;
-    if (lseek(descriptor, 0, SEEK_SET) == -1) return false;
+bool VMWARE_DISK::read(int, uint8_t* buffer, uint64_t offset, uint32_t& length) {
+    if (!valid || !source || length == 0 || buffer == nullptr) return false;
     uint64_t position = 0;
     if (!map_offset(offset, position) || position >= file_size) return false;
     uint32_t wanted = length;
@@ -284,18 +259,54 @@ bool VMWARE_DISK::read(int descriptor, uint8_t* buffer, uint64_t offset, uint32_
     while (done < wanted) {
         uint64_t to_grain_end = grain_bytes - offset % grain_bytes;
         uint32_t piece = static_cast<uint32_t>(std::min<uint64_t>(to_grain_end, wanted - done));
-        if (!seek_to(descriptor, position)) return false;
-        ssize_t got = ::read(descriptor, buffer + done, piece);
-        if (got < 1) return false;
-        if (static_cast<uint32_t>(got) < piece) {
-            std::memset(buffer + done + got, 0, piece - static_cast<uint32_t>(got));
-        }
+        if (!source->read(position, buffer + done, piece)) return false;
         offset += piece;
         done += piece;
         if (done < wanted && !map_offset(offset, position)) return false;
     }
     length = done;
     return true;
+}
+
+uint64_t VMWARE_DISK::next_held(uint64_t offset) const {
+    constexpr uint64_t none = UINT64_MAX;
+    constexpr uint64_t index_cycle = uint64_t{1} << 32;  // map_offset takes the table's index in 32 bits
+    if (!valid || used_tables.empty()) return none;
+    const uint64_t table = offset / table_span;
+    const uint64_t cycle_start = table - table % index_cycle;  // the table that index 0 stands for here
+    const uint32_t index = static_cast<uint32_t>(table);
+    const uint64_t per_table = header.entries_per_table();
+    // The first grain held in table `t` of this cycle at or after entry `from`.
+    auto first_in = [&](uint32_t t, uint64_t from) -> uint64_t {
+        const std::vector<uint32_t>& entries = grain_tables[t].entries;
+        const uint64_t end = std::min<uint64_t>(per_table, entries.size());
+        for (uint64_t e = from; e < end; ++e) {
+            if (entries[static_cast<size_t>(e)] != 0) return e;
+        }
+        return none;
+    };
+    auto offset_of = [&](uint64_t first_table, uint32_t t, uint64_t e) -> uint64_t {
+        const uint64_t at_table = first_table + t;
+        if (at_table > none / table_span) return none;
+        return at_table * table_span + e * grain_bytes;
+    };
+    auto used = std::lower_bound(used_tables.begin(), used_tables.end(), index);
+    if (used != used_tables.end() && *used == index) {
+        const uint64_t e = first_in(index, (offset % table_span) / grain_bytes);
+        if (e != none) return std::max(offset, offset_of(cycle_start, index, e));
+        ++used;
+    }
+    for (; used != used_tables.end(); ++used) {
+        const uint64_t e = first_in(*used, 0);
+        if (e != none) return offset_of(cycle_start, *used, e);
+    }
+    // Past the last table of this cycle the 32-bit index wraps and the first tables come round again.
+    if (cycle_start > none - index_cycle) return none;
+    for (uint32_t t : used_tables) {
+        const uint64_t e = first_in(t, 0);
+        if (e != none) return offset_of(cycle_start + index_cycle, t, e);
+    }
+    return none;
 }
 
 // ---- chains ----
@@ -487,6 +498,35 @@ bool VMWARE_COLLECTION::read(void* buffer, uint64_t offset, uint32_t& length) {
     }
     length = done;
     return true;
+}
+
+const uint8_t* VMWARE_COLLECTION::view(uint64_t offset, uint32_t length) {
+    VMWARE_DISK* disk = find_owner(offset);
+    uint64_t start = 0;
+    if (disk == nullptr || length == 0 || !disk->map_offset(offset, start)) return nullptr;
+    if (start > disk->file_size || length > disk->file_size - start) return nullptr;
+    // Every grain of the range, at the finest grain of the chain, must come from this file, in order.
+    uint64_t step = UINT64_MAX;
+    for (const auto& entry : disks) step = std::min(step, entry.second->grain_bytes);
+    if (step == 0) return nullptr;
+    for (uint64_t at = offset - offset % step + step; at < offset + length; at += step) {
+        uint64_t here = 0;
+        if (find_owner(at) != disk || !disk->map_offset(at, here) || here != start + (at - offset)) return nullptr;
+    }
+    return disk->source->view(start, length);
+}
+
+uint64_t VMWARE_COLLECTION::next_held(uint64_t offset) const {
+    if (!complete || current == nullptr || root == nullptr) return UINT64_MAX;
+    const uint64_t capacity = root->capacity_bytes();
+    if (offset >= capacity) return UINT64_MAX;
+    // The disks that find_owner would ask, and no others.
+    uint64_t first = UINT64_MAX;
+    size_t steps = 0;
+    for (VMWARE_DISK* disk = current; disk != nullptr && steps <= disks.size(); disk = disk->parent, ++steps) {
+        first = std::min(first, disk->next_held(offset));
+    }
+    return first < capacity ? first : UINT64_MAX;
 }
 
 bool check_vmdk_list(std::vector<std::wstring> const& files, std::ostream& messages,

@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "storage/hv_image.h"
+
 class cmd_opts;
 
 // The sparse extent header at file offset 0, kept as read. Counts and offsets are in 512-byte sectors.
@@ -51,6 +53,7 @@ struct SPARSE_EXTENT_HEADER {
 static_assert(sizeof(SPARSE_EXTENT_HEADER::bytes) == 513, "the header read is 513 bytes");
 
 // One grain table: the file sector of each grain it covers, 0 when the grain isn't in this file.
+// A table that holds nothing keeps no entries: a look-up misses it just as it would miss its zeros.
 struct GRAIN_TABLE {
     std::vector<uint32_t> entries;
 };
@@ -85,6 +88,8 @@ struct VMWARE_DISK {
     bool writable = false;
     std::string path;
     std::wstring wide_path;
+    std::unique_ptr<image_reader> source;  // the file's bytes (over `fd`), or bytes in memory
+    std::vector<uint32_t> used_tables;     // the tables that hold a grain, in rising order
 
     VMWARE_DISK() { clear(); }
     ~VMWARE_DISK();
@@ -97,6 +102,8 @@ struct VMWARE_DISK {
     bool open(const char* file_path, bool write);
     // Reads header, descriptor, directory and tables from `descriptor`; answers `valid`.
     bool load(int descriptor);
+    // The same from any bytes: a file through its descriptor, or memory.
+    bool load(std::unique_ptr<image_reader> image);
     // Takes the keys of a descriptor text, which ends at its first NUL or at `size`.
     void parse_descriptor(const uint8_t* text, size_t size);
 
@@ -104,7 +111,10 @@ struct VMWARE_DISK {
     // True when this file holds the grain of virtual byte `offset`; `file_offset` is where.
     bool map_offset(uint64_t offset, uint64_t& file_offset) const;
     // Reads virtual bytes held by this file, one look-up per grain. `length` is cut at the file's end.
+    // The descriptor is the disk's own; the bytes come through `source`.
     bool read(int descriptor, uint8_t* buffer, uint64_t offset, uint32_t& length);
+    // The first virtual offset at or after `offset` whose grain this file holds; UINT64_MAX for none.
+    uint64_t next_held(uint64_t offset) const;
 };
 
 // A base disk and its snapshots, linked by CID, read as one disk.
@@ -135,9 +145,14 @@ struct VMWARE_COLLECTION {
     VMWARE_DISK* find_owner(uint64_t offset) const;
     // Reads the virtual disk: grains no file holds, and grains that fail to read, come as zeros.
     bool read(void* buffer, uint64_t offset, uint32_t& length);
+    // The virtual bytes lent in place when one file holds them back to back; null otherwise.
+    const uint8_t* view(uint64_t offset, uint32_t length);
+    // The first virtual offset at or after `offset` that some file of the chain holds; UINT64_MAX for none.
+    uint64_t next_held(uint64_t offset) const;
+    // Enters an opened disk under its CID; false (and the disk closed) when the CID is taken.
+    bool add_disk(std::unique_ptr<VMWARE_DISK> disk);
 
 private:
-    bool add_disk(std::unique_ptr<VMWARE_DISK> disk);
     void walk_chain();
     VMWARE_DISK* join_parents(bool& own_parent);
 };

@@ -10,15 +10,16 @@ using names = std::vector<std::string>;
 
 namespace {
 
-// Applies the directory table of `image` to rows with these indexes; answers their directories.
+// The directory table of `image` as rows with these indexes would show it.
 names directories(byte_image& image, std::initializer_list<uint8_t> indexes, int* answer = nullptr) {
-    result_map rows;
-    for (uint8_t i : indexes) rows[128 * (rows.size() + 1)].directory_index = i;
     INDEX_DAT_RECORD record;
-    int got = read_directory_table(record, rows, image.data(), static_cast<uint32_t>(image.size()));
+    int got = read_directory_table(record, image.data(), static_cast<uint32_t>(image.size()));
     if (answer) *answer = got;
     names out;
-    for (auto& r : rows) out.push_back(r.second.directory);
+    for (uint8_t i : indexes) {
+        const std::string* name = directory_name_of(record, i);
+        out.push_back(name ? *name : "");
+    }
     return out;
 }
 

@@ -11,11 +11,13 @@ using namespace std::string_literals;
 namespace {
 
 // The rows that the scan's decoder makes of the entry at `at`, the buffer ending with the image.
-result_map decode(byte_image& image, size_t at = 0, uint32_t category = cache_unknown) {
+std::vector<activity_record> decode(byte_image& image, size_t at = 0, uint32_t category = cache_unknown) {
     cmd_opts opts;
     opts.cache_category = category;
-    result_map rows;
-    decode_entry_at(rows, opts, image.data() + at, static_cast<uint32_t>(image.size() - at), at);
+    entry_decoder decoder(opts);
+    std::vector<activity_record> rows(1);
+    if (!decode_entry_at(rows[0], decoder, image.data() + at, static_cast<uint32_t>(image.size() - at), at))
+        rows.clear();
     return rows;
 }
 
@@ -24,8 +26,8 @@ activity_record row_of(const url_entry& e, size_t cut = 0, uint32_t category = c
     byte_image image;
     write_url_entry(image, 0, e);
     if (cut) image.resize(cut);
-    result_map rows = decode(image, 0, category);
-    return rows.empty() ? activity_record() : rows.begin()->second;
+    std::vector<activity_record> rows = decode(image, 0, category);
+    return rows.empty() ? activity_record() : rows[0];
 }
 
 // "url|user|file name|HTTP header", or "none" for no row.

@@ -5,10 +5,28 @@
 #include <sstream>
 
 #include "cmdline/hv_cmd_params.h"
+#include "storage/hv_image.h"
 #include "support/builder.h"
 #include "support/run_ravel.h"
 
 using namespace testsupport;
+
+namespace {
+
+// "position url|user|directory" of each row of a report written without a header row.
+std::string summary(const std::string& report) {
+    std::istringstream in(report);
+    std::string line, out;
+    while (std::getline(in, line)) {
+        std::vector<std::string> cols;
+        std::istringstream fields(line);
+        for (std::string f; std::getline(fields, f, ',');) cols.push_back(f);
+        out += cols[9] + "|" + cols[10] + "|" + cols[13] + "\n";
+    }
+    return out;
+}
+
+}  // namespace
 
 TEST(Scan, FindNextSignatureLooksOnlyAtBlockBoundaries) {
     byte_image image(1024);
@@ -19,25 +37,60 @@ TEST(Scan, FindNextSignatureLooksOnlyAtBlockBoundaries) {
     EXPECT_EQ(find_next_signature(image.data(), image.size()), 384u);
 }
 
-TEST(Scan, EveryBlockSignatureIsAnEntryAndTheFirstDecodingWins) {
-    url_entry e;
-    e.url = "http://one/";
+// Two windows that overlap on the 128-byte grid: an entry cut by the first window's end keeps its poorer row,
+// one the first window rejects (too few bytes before its end) gets its row from the second, and the
+// rows come out in order.
+TEST(Scan, TheFirstDecodingOfAPositionWins) {
+    const std::string long_url = "http://cut.example/" + std::string(300, 'c');
+    struct { size_t at, first_end, second; std::string url, row; } cases[] = {
+        {1792, 2048, 1024, long_url, long_url.substr(0, 2048 - 1792 - 104)},
+        {1920, 1984, 896, "http://late/", "http://late/"},
+    };
+    for (const auto& c : cases) {
+        byte_image image(4096);
+        url_entry e;
+        e.url = "http://one/";
+        write_url_entry(image, 128, e);
+        e.url = c.url;
+        write_url_entry(image, c.at, e);
+        image.text(128 + 64, "URL ");  // off the grid
+        write_redr_entry(image, 3072, "http://last/");
+        cmd_opts opts;
+        opts.header_pending = false;
+        std::ostringstream out;
+        input_scan scan(out, opts);
+        scan.begin_input();
+        const size_t second = c.second;
+        EXPECT_TRUE(scan.scan_buffer(image.data(), static_cast<uint32_t>(c.first_end), 0, second));
+        EXPECT_TRUE(scan.scan_buffer(image.data() + second, static_cast<uint32_t>(4096 - second), second, UINT64_MAX));
+        scan.end_input();
+        EXPECT_EQ(summary(out.str()), "http://one/||\n" + c.row + "||\nhttp://last/||\n") << c.at;
+    }
+}
+
+// The decoder once rewrote an entry's block count in the file's bytes in memory. Two reads saw that:
+// a directory table that runs into the first entry, and the entry's own text at offset 4.
+TEST(Scan, TheBlockCountRewriteStaysVisibleWhereItWasSeen) {
     byte_image image;
-    write_url_entry(image, 0, e);  // position 0 is never looked at
-    size_t at = 128 + write_url_entry(image, 128, e);
-    e.data = std::string(200, 'x');  // 3 blocks, with a stray REDR in the third
-    write_url_entry(image, at, e);
-    write_redr_entry(image, at + 256, "http://stray/");
-    image.text(at + 64, "URL ");  // off the grid
+    write_container_header(image, {"ZERO0000", "ONE11111", "TWO22222", "THREE333", "FOUR4444"});
+    url_entry e;
+    e.url = "http://a/";
+    e.directory_index = 4;
+    e.url_offset = 4;  // the text at 4 is the block count, as rewritten: 'A' blocks to the next entry
+    write_url_entry(image, 128, e);
+    write_redr_entry(image, 128 + 128 * 'A', "http://next/");
     cmd_opts opts;
-    result_map rows;
-    rows[1000 + at + 256].url = "earlier";
-    EXPECT_TRUE(scan_buffer(rows, opts, image.data(), static_cast<uint32_t>(image.size()), 1000, 0));
-    ASSERT_EQ(rows.size(), 3u);
-    EXPECT_EQ(rows.at(1000 + at).http_header, "");  // cut at the stray signature, which is an entry
-    EXPECT_EQ(hv::le32(image.data(), image.size(), at + 4), 2u);  // the entry's count, rewritten in memory
-    EXPECT_EQ(rows.at(1000 + at + 256).url, "earlier");
-    EXPECT_FALSE(scan_buffer(rows, opts, byte_image(4096).data(), 4096, 0, 4096));
+    opts.scan_bad_header = true;
+    opts.header_pending = false;
+    std::ostringstream out;
+    input_scan scan(out, opts);
+    scan.begin_input();
+    memory_image memory(image.data(), image.size());
+    bool result = false;
+    ASSERT_TRUE(scan_file(scan, opts, memory, result));
+    scan.end_input();
+    EXPECT_TRUE(result);
+    EXPECT_EQ(summary(out.str()), std::string("A||URL A\0\0\0", 11) + "\nhttp://next/||\n");
 }
 
 class ProcessInput : public ::testing::Test {

@@ -1,6 +1,8 @@
 #include "cache/hv_report.h"
 
+#include <algorithm>
 #include <charconv>
+#include <cstring>
 #include <iomanip>
 #include <string>
 
@@ -17,21 +19,26 @@ const char* const column_names[] = {
     "HTTP header",   "index.dat filename",
 };
 
-// Date, separator, time with its zone word when there is a time, separator.
-void append_stamp(std::string& line, const std::string& date, const std::string& time, const char* zone,
-                  const std::string& separator) {
-    line += date;
-    line += separator;
-    line += time;
-    if (!time.empty()) line += zone;
-    line += separator;
+}  // namespace
+
+void row_buffer::grow(size_t more) { bytes_.resize(std::max(bytes_.size() * 2, size_ + more + 1024)); }
+
+void row_buffer::put_decimal(uint64_t value) {
+    char digits[24];
+    const char* end = std::to_chars(digits, digits + sizeof digits, value).ptr;
+    put(digits, static_cast<size_t>(end - digits));
 }
 
-template <class N>
-void append_decimal(std::string& line, N value) {
-    char digits[24];
-    auto end = std::to_chars(digits, digits + sizeof digits, value).ptr;
-    line.append(digits, end);
+namespace {
+
+// Date, separator, time with its zone word when there is a time, separator.
+void put_stamp(row_buffer& line, const stamp_formatter::texts& texts, const char* zone, size_t zone_size,
+               const std::string& separator) {
+    line.put(texts.date, texts.date_size);
+    line.put(separator);
+    line.put(texts.time, texts.time_size);
+    if (texts.time_size != 0) line.put(zone, zone_size);
+    line.put(separator);
 }
 
 }  // namespace
@@ -51,47 +58,48 @@ namespace {
 // The row behind the note columns, in `line`. Each stamp group is a date text, the separator, the
 // time text with its zone word when there is a time, and the separator: empty columns for a stamp
 // that is unset or no date.
-void append_row(std::string& line, const activity_record& row, const cmd_opts& opts, stamp_formatter& stamps,
-                std::string& date, std::string& time) {
+void append_row(row_buffer& line, const activity_record& row, const cmd_opts& opts, stamp_formatter& stamps) {
+    static const char utc[] = " UTC", local[] = " local";
     const std::string& sep = opts.separator;
-    auto stamp = [&](bool set, const char* zone, auto&& format) {
-        date.clear();
-        time.clear();
-        if (set) format();
-        append_stamp(line, date, time, zone, sep);
+    stamp_formatter::texts texts;
+    auto stamp = [&](bool ok, const char* zone, size_t zone_size) {
+        if (!ok) texts = stamp_formatter::texts();
+        put_stamp(line, texts, zone, zone_size, sep);
     };
-    stamp(row.last_modified != 0, row.is_local_time ? " local" : " UTC",
-          [&] { stamps.filetime(row.last_modified, date, time); });
+    if (row.is_local_time)
+        stamp(row.last_modified != 0 && stamps.filetime(row.last_modified, texts), local, sizeof local - 1);
+    else
+        stamp(row.last_modified != 0 && stamps.filetime(row.last_modified, texts), utc, sizeof utc - 1);
     if (row.last_access != 0)
-        stamp(true, " UTC", [&] { stamps.filetime(row.last_access, date, time); });
+        stamp(stamps.filetime(row.last_access, texts), utc, sizeof utc - 1);
     else  // only a LEAK row falls back on its DOS access stamp
-        stamp(row.is_leak && row.second_stamp.date_word != 0, " UTC", [&] { stamps.dos(row.second_stamp, date, time); });
-    stamp(row.expires.date_word != 0, " UTC", [&] { stamps.dos(row.expires, date, time); });
-    stamp(row.last_sync.date_word != 0, " UTC", [&] { stamps.dos(row.last_sync, date, time); });
+        stamp(row.is_leak && row.second_stamp.date_word != 0 && stamps.dos(row.second_stamp, texts), utc, sizeof utc - 1);
+    stamp(row.expires.date_word != 0 && stamps.dos(row.expires, texts), utc, sizeof utc - 1);
+    stamp(row.last_sync.date_word != 0 && stamps.dos(row.last_sync, texts), utc, sizeof utc - 1);
 
-    line.append(row.signature.data(), row.signature.size());
-    line += sep;
-    line += row.url;
+    line.put(row.signature.data(), row.signature.size());
+    line.put(sep);
+    line.put(row.url);
     if (opts.verbose) {
-        for (const std::string* field : {&row.user, &row.file_name}) {
-            line += sep;
-            line += *field;
-        }
-        line += sep;
-        append_decimal(line, row.file_size);
-        line += sep;
-        line += row.directory;
-        line += sep;
-        append_decimal(line, row.count);
-        line += sep;
-        line += row.http_header;
-        line += sep;
-        line += row.source_file;
+        line.put(sep);
+        line.put(row.user);
+        line.put(sep);
+        line.put(row.file_name);
+        line.put(sep);
+        line.put_decimal(row.file_size);
+        line.put(sep);
+        line.put(row.directory);
+        line.put(sep);
+        line.put_decimal(row.count);
+        line.put(sep);
+        line.put(row.http_header);
+        line.put(sep);
+        line.put(row.source_file);
     } else {
-        for (int i = 0; i < 7; ++i) line += sep;
-        line += row.source_file;
+        for (int i = 0; i < 7; ++i) line.put(sep);
+        line.put(row.source_file);
     }
-    line += '\n';
+    line.put('\n');
 }
 
 // "0x" and the offset in at least 8 hex digits; the fill stays "0" on the stream, with no width left set.
@@ -104,8 +112,8 @@ void write_note_offset(std::ostream& out, const activity_record& row, const cmd_
 void write_activity_row(const activity_record& row, std::ostream& out, const cmd_opts& opts) {
     stamp_formatter stamps(opts.date_format, opts.time_format, opts.use_locale_format);
     if (opts.show_note_columns) write_note_offset(out, row, opts);
-    std::string line, date, time;
-    append_row(line, row, opts, stamps, date, time);
+    row_buffer line;
+    append_row(line, row, opts, stamps);
     out.write(line.data(), static_cast<std::streamsize>(line.size()));
     out.flush();
 }
@@ -132,7 +140,7 @@ void report_writer::write_row(const activity_record& row) {
         write_note_offset(out_, row, opts_);
     }
     line_.clear();
-    append_row(line_, row, opts_, stamps_, date_, time_);
+    append_row(line_, row, opts_, stamps_);
     // One piece per row; the stream's sync does nothing, as std::endl's flush found it.
     out_.write(line_.data(), static_cast<std::streamsize>(line_.size()));
     out_.flush();

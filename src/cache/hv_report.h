@@ -1,8 +1,10 @@
 // The report's header row and its rows: plain delimited text, nothing quoted or escaped.
 #pragma once
 #include <cstdint>
+#include <cstring>
 #include <ostream>
 #include <string>
+#include <vector>
 
 #include "cache/hv_activity.h"
 #include "foundation/hv_date_text.h"
@@ -15,6 +17,27 @@ void write_header_row(std::ostream& out, const cmd_opts& opts);
 // One row and its line end. With show_note_columns the caller has written the row's number and
 // a separator already.
 void write_activity_row(const activity_record& row, std::ostream& out, const cmd_opts& opts);
+
+// The text of one row, in a buffer that keeps its storage from row to row.
+class row_buffer {
+public:
+    void clear() { size_ = 0; }
+    void put(const char* bytes, size_t count) {
+        if (size_ + count > bytes_.size()) grow(count);
+        std::memcpy(bytes_.data() + size_, bytes, count);
+        size_ += count;
+    }
+    void put(const std::string& text) { put(text.data(), text.size()); }
+    void put(char c) { put(&c, 1); }
+    void put_decimal(uint64_t value);
+    const char* data() const { return bytes_.data(); }
+    size_t size() const { return size_; }
+
+private:
+    void grow(size_t more);
+    std::vector<char> bytes_;
+    size_t size_ = 0;
+};
 
 // The rows of a run, each written to the report stream in one piece as it comes; the header row
 // goes ahead of the first, or at the end of the first input when that had none.
@@ -32,6 +55,6 @@ private:
     std::ostream& out_;
     cmd_opts& opts_;
     stamp_formatter stamps_;
-    std::string line_, date_, time_;  // reused from row to row
+    row_buffer line_;
     uint64_t number_ = 0;  // of the row in its input, for the note columns
 };

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <iterator>
 #include <map>
 #include <sstream>
@@ -38,10 +39,16 @@ constexpr size_t npos = std::string::npos;
 // Writes `value` in exactly `width` digits with leading zeros (higher digits are cut, as with
 // a fixed field); answers the end.
 char* put_digits(char* p, uint64_t value, int width) {
-    for (int i = width - 1; i >= 0; --i) {
-        p[i] = static_cast<char>('0' + value % 10);
-        value /= 10;
+    static const char pairs[] =
+        "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+        "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+        "8081828384858687888990919293949596979899";
+    int i = width;
+    for (; i >= 2; i -= 2) {
+        std::memcpy(p + i - 2, pairs + 2 * (value % 100), 2);
+        value /= 100;
     }
+    if (i == 1) p[0] = static_cast<char>('0' + value % 10);
     return p + width;
 }
 
@@ -154,6 +161,16 @@ size_t write_date(char* out, const hv::time_fields& f, const date_plan& plan) {
 
 size_t write_time(char* out, const hv::time_fields& f, const time_plan& plan) {
     char* p = out;
+    if (plan.hour_minute && plan.second && plan.digits == 3) {  // the default "hh:mm:ss.xxx"
+        put_digits(p, f.hour, 2);
+        p[2] = ':';
+        put_digits(p + 3, f.minute, 2);
+        p[5] = ':';
+        put_digits(p + 6, f.second, 2);
+        p[8] = '.';
+        put_digits(p + 9, f.milliseconds, 3);
+        return 12;
+    }
     if (plan.hour_minute) {
         p = put_digits(p, f.hour, 2);
         *p++ = ':';
@@ -497,8 +514,7 @@ stamp_formatter::stamp_formatter(const std::string& date_template, const std::st
       date_plan_(new date_plan(plan_date(date_template))),
       time_plan_(new time_plan(plan_time(time_template))),
       use_locale_(use_locale),
-      days_(cache_slots),
-      dos_days_(cache_slots) {
+      days_(use_locale ? locale_cache_slots : cache_slots) {
     if (!use_locale_) {
         dates_by_day_ = true;  // templates read the date fields alone
         return;
@@ -526,66 +542,85 @@ stamp_formatter::stamp_formatter(const std::string& date_template, const std::st
 
 stamp_formatter::~stamp_formatter() = default;
 
-bool stamp_formatter::full(const hv::time& t, std::string& date_text, std::string& time_text) {
-    date_text.clear();
-    time_text.clear();
-    if (!t.valid) return false;
-    if (use_locale_)
-        format_date_time_in_locale(date_text, time_text, t, have_locale_ ? &date_locale_ : nullptr, true, false, false);
-    else
-        format_date_time_template(date_text, time_text, t, date_template_, time_template_);
-    return true;
+bool stamp_formatter::full(const hv::time& t, texts& out) {
+    full_date_.clear();
+    full_time_.clear();
+    if (t.valid) {
+        if (use_locale_)
+            format_date_time_in_locale(full_date_, full_time_, t, have_locale_ ? &date_locale_ : nullptr, true, false,
+                                       false);
+        else
+            format_date_time_template(full_date_, full_time_, t, date_template_, time_template_);
+    }
+    out.date = full_date_.data();
+    out.date_size = full_date_.size();
+    out.time = full_time_.data();
+    out.time_size = full_time_.size();
+    return t.valid;
 }
 
-void stamp_formatter::time_text_of(const hv::time_fields& f, std::string& time_text) {
-    char buf[32];
+void stamp_formatter::time_text_of(const hv::time_fields& f, texts& out) {
+    char* p = time_;
     if (use_locale_) {
-        char* p = put_digits(buf, f.hour, 2);
+        p = put_digits(p, f.hour, 2);
         *p++ = ':';
         p = put_digits(p, f.minute, 2);
         *p++ = ':';
         p = put_digits(p, f.second, 2);
         *p++ = '.';
         p = put_digits(p, f.milliseconds, 3);
-        time_text.assign(buf, p);
-    } else if (time_template_.empty()) {
-        time_text.clear();
-    } else {
-        time_text.assign(buf, write_time(buf, f, *time_plan_));
+    } else if (!time_template_.empty()) {
+        p += write_time(p, f, *time_plan_);
     }
+    out.time = time_;
+    out.time_size = static_cast<size_t>(p - time_);
 }
 
-void stamp_formatter::fill_day(day_text& slot, uint64_t key, const hv::time& t) {
+void stamp_formatter::fill_day(day_text& slot, uint64_t key, const hv::time_fields& f) {
     slot.key = key;
-    slot.valid = t.valid;
     slot.whole = true;
     slot.size = 0;
-    if (!t.valid) return;
     if (use_locale_ && have_locale_) {
-        const std::string text = locale_date(date_locale_, tm_of(t.fields));
+        const std::string text = locale_date(date_locale_, tm_of(f));
         slot.whole = text.size() <= sizeof slot.text;
         slot.size = static_cast<uint8_t>(std::min(text.size(), sizeof slot.text));
         std::copy(text.begin(), text.begin() + slot.size, slot.text);
     } else if (use_locale_) {
-        char* p = put_digits(slot.text, t.fields.year, 4);
+        char* p = put_digits(slot.text, f.year, 4);
         *p++ = '-';
-        p = put_digits(p, t.fields.month, 2);
+        p = put_digits(p, f.month, 2);
         *p++ = '-';
-        p = put_digits(p, t.fields.day, 2);
+        p = put_digits(p, f.day, 2);
         slot.size = static_cast<uint8_t>(p - slot.text);
     } else if (!date_template_.empty()) {
-        slot.size = static_cast<uint8_t>(write_date(slot.text, t.fields, *date_plan_));
+        slot.size = static_cast<uint8_t>(write_date(slot.text, f, *date_plan_));
     }
 }
 
-bool stamp_formatter::filetime(uint64_t ticks, std::string& date_text, std::string& time_text) {
-    if (!plain_filetime(ticks) || !dates_by_day_)
-        return full(hv::time(ticks, hv::kind_filetime), date_text, time_text);
-    const uint64_t day = ticks / hv::ticks_per_day;
-    day_text& slot = days_[day % cache_slots];
-    if (slot.key != day) fill_day(slot, day, hv::time(ticks, hv::kind_filetime));
-    if (!slot.whole) return full(hv::time(ticks, hv::kind_filetime), date_text, time_text);
-    date_text.assign(slot.text, slot.size);
+bool stamp_formatter::date_of_day(uint64_t day, texts& out) {
+    day_text& slot = days_[day % days_.size()];
+    if (slot.key != day) {
+        // The proleptic Gregorian calendar of the day, by whole eras, without a loop.
+        const uint64_t z = day + 584694;  // days since 0000-03-01
+        const uint64_t era = z / 146097, doe = z % 146097;
+        const uint64_t yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
+        const uint64_t doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
+        const uint64_t mp = (5 * doy + 2) / 153;
+        hv::time_fields f;
+        f.day = static_cast<uint16_t>(doy - (153 * mp + 2) / 5 + 1);
+        f.month = static_cast<uint16_t>(mp < 10 ? mp + 3 : mp - 9);
+        f.year = static_cast<uint16_t>(yoe + era * 400 + (f.month <= 2 ? 1 : 0));
+        fill_day(slot, day, f);
+    }
+    out.date = slot.text;
+    out.date_size = slot.size;
+    return slot.whole;
+}
+
+bool stamp_formatter::filetime(uint64_t ticks, texts& out) {
+    // Stamps of these years are dates in every zone: the calendar is all that is needed.
+    if (!plain_filetime(ticks) || !dates_by_day_ || !date_of_day(ticks / hv::ticks_per_day, out))
+        return full(hv::time(ticks, hv::kind_filetime), out);
     hv::time_fields f;
     const uint64_t second_of_day = ticks % hv::ticks_per_day / hv::ticks_per_second;
     const uint64_t fraction = ticks % hv::ticks_per_second;
@@ -595,30 +630,45 @@ bool stamp_formatter::filetime(uint64_t ticks, std::string& date_text, std::stri
     f.milliseconds = static_cast<uint16_t>(fraction / 10000);
     f.microseconds = fraction / 10;
     f.nanoseconds = fraction * 100;
-    time_text_of(f, time_text);
+    time_text_of(f, out);
     return true;
 }
 
-bool stamp_formatter::dos(const hv::dos_pair& pair, std::string& date_text, std::string& time_text) {
+bool stamp_formatter::dos(const hv::dos_pair& pair, texts& out) {
     const unsigned date = pair.date_word, clock = pair.time_word;
     const unsigned day = date & 31, month = (date >> 5) & 15;
     hv::time_fields f;
     f.second = static_cast<uint16_t>((clock & 31) * 2);
     f.minute = static_cast<uint16_t>((clock >> 5) & 63);
     f.hour = static_cast<uint16_t>(clock >> 11);
-    // The same refusals as hv::time's reading of a DOS pair.
+    // The same refusals as hv::time's reading of a DOS pair; what passes them is a date of 1980 to 2107.
     if (day == 0 || month < 1 || month > 12 || f.second >= 60 || f.minute >= 60 || f.hour >= 24 ||
         !dates_by_day_) {
-        return full(hv::time(&pair, true), date_text, time_text);
+        return full(hv::time(&pair, true), out);
     }
-    // The time word can't carry into the next day, so the date text is the date word's alone.
-    day_text& slot = dos_days_[date % cache_slots];
-    if (slot.key != date) {
-        const hv::dos_pair midnight{pair.date_word, 0};
-        fill_day(slot, date, hv::time(&midnight, true));
-    }
-    if (!slot.valid || !slot.whole) return full(hv::time(&pair, true), date_text, time_text);
-    date_text.assign(slot.text, slot.size);
-    time_text_of(f, time_text);
+    // The time word can't carry into the next day, so the date is the date word's alone, counted as
+    // the time value's own reading counts it (2000 as a common year).
+    tm midnight{};
+    midnight.tm_mday = static_cast<int>(day);
+    midnight.tm_mon = static_cast<int>(month) - 1;
+    midnight.tm_year = static_cast<int>(date >> 9) + 80;
+    if (!date_of_day(hv::tm_to_filetime(&midnight, 0) / hv::ticks_per_day, out)) return full(hv::time(&pair, true), out);
+    time_text_of(f, out);
     return true;
+}
+
+bool stamp_formatter::filetime(uint64_t ticks, std::string& date_text, std::string& time_text) {
+    texts t;
+    const bool valid = filetime(ticks, t);
+    date_text.assign(t.date, t.date_size);
+    time_text.assign(t.time, t.time_size);
+    return valid;
+}
+
+bool stamp_formatter::dos(const hv::dos_pair& pair, std::string& date_text, std::string& time_text) {
+    texts t;
+    const bool valid = dos(pair, t);
+    date_text.assign(t.date, t.date_size);
+    time_text.assign(t.time, t.time_size);
+    return valid;
 }

@@ -42,31 +42,43 @@ struct time_plan;
 
 class stamp_formatter {
 public:
+    // The two texts of one stamp, valid until the formatter's next call.
+    struct texts {
+        const char* date = "";
+        size_t date_size = 0;
+        const char* time = "";
+        size_t time_size = 0;
+    };
+
     stamp_formatter(const std::string& date_template, const std::string& time_template, bool use_locale);
     ~stamp_formatter();
     stamp_formatter(const stamp_formatter&) = delete;
     stamp_formatter& operator=(const stamp_formatter&) = delete;
 
     // A FILETIME stamp; false, both texts empty, when it is no date.
-    bool filetime(uint64_t ticks, std::string& date_text, std::string& time_text);
+    bool filetime(uint64_t ticks, texts& out);
     // A DOS pair taken as UTC; false, both texts empty, when it is no date.
+    bool dos(const hv::dos_pair& pair, texts& out);
+    // The same into strings.
+    bool filetime(uint64_t ticks, std::string& date_text, std::string& time_text);
     bool dos(const hv::dos_pair& pair, std::string& date_text, std::string& time_text);
 
 private:
     // The date text of one day (a FILETIME's day number, or a DOS date word).
     struct day_text {
         uint64_t key = UINT64_MAX;
-        bool valid = false;
         bool whole = true;  // the text fits; a longer locale text takes the whole road
         uint8_t size = 0;
-        char text[40];
+        char text[38];
     };
-    static constexpr size_t cache_slots = 1024;
+    static constexpr size_t cache_slots = 16, locale_cache_slots = 4096;
 
     // The texts through a whole hv::time, for every stamp the short roads don't take.
-    bool full(const hv::time& t, std::string& date_text, std::string& time_text);
-    void time_text_of(const hv::time_fields& f, std::string& time_text);
-    void fill_day(day_text& slot, uint64_t key, const hv::time& t);
+    bool full(const hv::time& t, texts& out);
+    void time_text_of(const hv::time_fields& f, texts& out);
+    void fill_day(day_text& slot, uint64_t key, const hv::time_fields& f);
+    // The date text of a day counted from 1601-01-01; false when it takes the whole road.
+    bool date_of_day(uint64_t day, texts& out);
 
     std::string date_template_, time_template_;
     std::unique_ptr<date_plan> date_plan_;
@@ -75,7 +87,11 @@ private:
     bool have_locale_ = false;
     bool dates_by_day_ = false;  // a date text depends on the day alone (not so for a locale that shows the time)
     std::locale date_locale_;
-    std::vector<day_text> days_, dos_days_;
+    // Recent days' texts: the stamps of a row, and of rows near it, often fall on one day. With a
+    // locale, whose texts are slow to make, many more are kept.
+    std::vector<day_text> days_;
+    char time_[32];
+    std::string full_date_, full_time_;
 };
 
 // The host's date locale: the default (name ""), else %LC_TIME%, else %LANG%; true with the name of

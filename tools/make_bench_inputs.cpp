@@ -2,6 +2,7 @@
 //   dense.dat    a container just under 16 MiB holding some 30,000 entries (the whole-file road),
 //   carved.img   256 MiB of random bytes with containers at scattered offsets (the big-file road),
 //   carved.vmdk  the same bytes as the start of a 1 GiB monolithic sparse extent (the device road),
+//   many/        10,000 copies of a 48 KiB container of some 35 entries, listed in many.list,
 //   inputs.txt   one line per file: its name and the number of rows it must give.
 // make_bench_inputs seeds CORPUS_DIR: the fuzzers' seed corpus, one folder per target.
 // Everything is drawn from a fixed seed, so every run writes the same bytes.
@@ -30,6 +31,7 @@ constexpr uint64_t carved_size = 256 * MiB;
 constexpr uint64_t vmdk_capacity = 1024 * MiB;
 constexpr uint32_t vmdk_grain_sectors = 128;  // 64 KiB grains, 512 entries a table: the common layout
 constexpr uint32_t vmdk_entries_per_table = 512;
+constexpr int many_copies = 10000;
 
 // xorshift64*: fast, and the same on every machine.
 struct rng {
@@ -117,10 +119,12 @@ url_entry plausible_entry(rng& r, uint32_t number) {
     return e;
 }
 
-// Entries from `offset` up to `limit`, a REDR now and then; answers the number written.
-uint32_t write_entries(byte_image& image, size_t& offset, size_t limit, rng& r, uint32_t first_number) {
+// Entries from `offset` up to `limit` (and no more than `most`), a REDR now and then; answers the
+// number written.
+uint32_t write_entries(byte_image& image, size_t& offset, size_t limit, rng& r, uint32_t first_number,
+                       uint32_t most = UINT32_MAX) {
     uint32_t written = 0;
-    while (true) {
+    while (written < most) {
         byte_image entry;
         size_t length;
         if (r.below(25) == 0) {
@@ -136,15 +140,15 @@ uint32_t write_entries(byte_image& image, size_t& offset, size_t limit, rng& r, 
     return written;
 }
 
-// A container of at most `size` bytes: header with four directories, then entries.
-byte_image make_container(size_t size, rng& r, uint32_t& rows) {
+// A container of at most `size` bytes: header with four directories, then entries (no more than `most`).
+byte_image make_container(size_t size, rng& r, uint32_t& rows, uint32_t most = UINT32_MAX) {
     byte_image image;
     write_container_header(image, {"Q7X2M4LA", "B9TC0RW1", "KD3V8NEP", "Z0HF5UYS"});
     image.u32(28, static_cast<uint32_t>(size));
     size_t offset = 0x4000;  // entries begin behind the header's allocation bitmap, as in a real file
     image.resize(offset);
-    rows = write_entries(image, offset, size, r, 1);
-    image.resize(offset);
+    rows = write_entries(image, offset, size, r, 1, most);
+    image.resize(most == UINT32_MAX ? offset : size);
     return image;
 }
 
@@ -201,6 +205,23 @@ int write_bench(const std::string& dir) {
     }
     manifest += "carved.vmdk " + std::to_string(carved_rows) + "\n";
     std::printf("carved.vmdk: 1 GiB virtual disk holding carved.img at its start\n");
+
+    // A browser cache as a profile holds it: 48 KiB, some 35 entries; many copies for the list road.
+    uint32_t small_rows = 0;
+    const byte_image small = make_container(48 * 1024, r, small_rows, 35);
+    std::string list;
+    if (!make_dir(dir + "/many")) return 1;
+    for (int i = 0; i < many_copies; ++i) {
+        const std::string folder = dir + "/many/" + std::to_string(i / 100);
+        if (i % 100 == 0 && !make_dir(folder)) return 1;
+        const std::string path = folder + "/" + std::to_string(i) + ".dat";
+        if (!save(path, small.bytes())) return 1;
+        list += path + "\n";
+    }
+    if (!save(dir + "/many.list", list)) return 1;
+    manifest += "many.list " + std::to_string(uint64_t{small_rows} * many_copies) + "\n";
+    std::printf("many/: %d copies of a %zu-byte container of %u entries, listed in many.list\n", many_copies,
+                small.size(), small_rows);
     return save(dir + "/inputs.txt", manifest) ? 0 : 1;
 }
 

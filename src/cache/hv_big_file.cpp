@@ -34,9 +34,17 @@ void skipped_progress(const char* format, uint64_t position, uint64_t count, uin
     uint64_t i = 0;
     while (i < count && i < progress_divisor && (position + i * stride) % progress_divisor != 0) ++i;
     if (i == count || (position + i * stride) % progress_divisor != 0) return;
-    std::string lines;
+    std::string lines, line;
+    int last = -1;
     for (; i < count; i += period) {
-        append_status_line(lines, format, percent(position + i * stride));
+        // The percentage moves once in a hundred: a line's bytes are made once for each value.
+        const int value = percent(position + i * stride);
+        if (value != last || line.empty()) {
+            line.clear();
+            append_status_line(line, format, value);
+            last = value;
+        }
+        lines += line;
         if (lines.size() >= 65536) {
             write_console_error(lines);
             lines.clear();

@@ -91,9 +91,10 @@ bool fileio::open(const std::wstring& path_in, bool write, bool retain, bool tru
 
 uint64_t fileio::get_size() { return is_open() ? descriptor_size(fd) : 0; }
 
-uint64_t descriptor_size(int fd) {
+uint64_t descriptor_size(int fd, const struct stat* known) {
     struct stat st {};
-    if (fstat(fd, &st) == 0) {
+    if (known != nullptr || fstat(fd, &st) == 0) {
+        if (known != nullptr) st = *known;
         // A folder has no size to read: some file systems answer a huge end offset for it.
         if (S_ISDIR(st.st_mode)) return 0;
         if (S_ISREG(st.st_mode)) return static_cast<uint64_t>(st.st_size);  // what seeking to the end answers
@@ -316,11 +317,12 @@ static utf8_locale start_up_locale;
 
 // ---- opening and status ---------------------------------------------------------------------
 
-int open_checked(const std::string& path, int flags, int mode) {
+int open_checked(const std::string& path, int flags, int mode, struct stat* status) {
     if (path.empty()) return -1;
     int fd = ::open(path.c_str(), flags | O_NONBLOCK | O_CLOEXEC, static_cast<mode_t>(mode));
     if (fd == -1) return -1;
-    struct stat st;
+    struct stat own;
+    struct stat& st = status != nullptr ? *status : own;
     unsigned kind = 0;
     bool refused = fstat(fd, &st) != 0;
     if (!refused) {

@@ -218,12 +218,12 @@ public:
 };
 
 // Size behind a descriptor: the end of a file, a device's own size, 0 for a folder or anything
-// that won't tell. The descriptor's position is left where it was.
-uint64_t descriptor_size(int fd);
+// that won't tell. The descriptor's position is left where it was. `known` spares a second status call.
+uint64_t descriptor_size(int fd, const struct stat* known = nullptr);
 
 // Every open of a file or device. O_NONBLOCK is always added; named pipes and sockets are
-// refused (closed again). Answers the descriptor or -1.
-int open_checked(const std::string& path, int flags, int mode);
+// refused (closed again). Answers the descriptor or -1; `status`, when given, gets the file's status.
+int open_checked(const std::string& path, int flags, int mode, struct stat* status = nullptr);
 int open_checked(const std::wstring& path, int flags, int mode);
 
 // The first min(size, limit) bytes of a file. Fails for an empty path, a limit of 0, a file that

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -98,10 +99,12 @@ file_image::~file_image() { close(); }
 
 bool file_image::open(const std::string& path) {
     close();
-    const int fd = open_checked(path, O_RDONLY, 0404);
+    struct stat status;
+    const int fd = open_checked(path, O_RDONLY, 0404, &status);
     if (fd == -1) return false;
-    attach(fd);
+    fd_ = fd;
     owned_ = true;
+    size_ = uni::descriptor_size(fd, &status);
     return true;
 }
 
@@ -120,7 +123,7 @@ void file_image::close() {
     fd_ = -1;
     owned_ = false;
     size_ = 0;
-    data_begin_ = data_end_ = 0;
+    hole_begin_ = data_begin_ = data_end_ = 0;
 }
 
 void file_image::unmap() {
@@ -169,10 +172,16 @@ const uint8_t* file_image::view(uint64_t offset, size_t length) {
 
 uint64_t file_image::next_data(uint64_t offset) {
     if (fd_ == -1 || offset >= size_) return offset;
-    if (offset >= data_begin_ && offset < data_end_) return offset;
+    if (offset >= hole_begin_ && offset < data_end_) return std::max(offset, data_begin_);
     const off_t data = lseek(fd_, static_cast<off_t>(offset), SEEK_DATA);
-    if (data < 0) return errno == ENXIO ? size_ : offset;  // ENXIO: nothing but a hole up to the end
+    if (data < 0 && errno == ENXIO) {  // nothing but a hole up to the end
+        hole_begin_ = offset;
+        data_begin_ = data_end_ = size_;
+        return size_;
+    }
+    if (data < 0) return offset;
     const off_t hole = lseek(fd_, data, SEEK_HOLE);
+    hole_begin_ = offset;
     data_begin_ = static_cast<uint64_t>(data);
     data_end_ = hole < 0 ? size_ : static_cast<uint64_t>(hole);
     return data_begin_;

@@ -83,7 +83,8 @@ private:
     uint8_t* map_ = nullptr;
     uint64_t map_offset_ = 0;
     size_t map_length_ = 0;
-    uint64_t data_begin_ = 0, data_end_ = 0;  // a known run of data, from the last hole look-up
+    // What the last hole look-up told: a hole up to a run of data, and that run.
+    uint64_t hole_begin_ = 0, data_begin_ = 0, data_end_ = 0;
 };
 
 // Reads through `image` into `scratch` unless the image lends the bytes; null when they can't be had.

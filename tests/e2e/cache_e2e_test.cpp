@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "foundation/hv_console.h"
+#include "support/needs.h"
 #include "support/run_ravel.h"
 
 using namespace testsupport;
@@ -31,7 +32,7 @@ std::string with_source(const std::string& rows, const std::string& source) {
 // run starts in the fixtures folder and names the files relative to it.
 void expect_report(const std::string& folder, const std::string& rows, size_t count) {
     std::string dir = real_fixtures_dir();
-    if (dir.empty()) GTEST_SKIP() << "../shared/fixtures/real is absent: real-container tests skipped";
+    RAVEL_NEEDS(dir.empty() ? "../shared/fixtures/real is absent" : "");
     std::string path = folder + "/index.dat";
     std::string before = read_file(dir + "/" + path);
     run_result r = run_ravel({"-f", path}, "", {}, dir);

@@ -129,7 +129,6 @@ int run_driver(int argc, const char* const* argv) {
 
     uni::fileio results;
     uni::fileio_output* file_report = nullptr;
-    std::ostream* out = &std::cout;
     if (!opts.out_path.empty()) {
         results.open(opts.out_path, true, false, true);
         file_report = results.is_open() ? results.get_output() : nullptr;
@@ -137,13 +136,13 @@ int run_driver(int argc, const char* const* argv) {
             std::fprintf(stderr, "prob opening results file: %s for writing\n", opts.out_path.c_str());
             return status_failed;
         }
-        out = file_report;
     }
-    *out << report_preamble.str() << '\n';
+    std::ostream& out = file_report ? *file_report : std::cout;
+    out << report_preamble.str() << '\n';
 
     opts.use_locale_format = take_flag("-locale", args);
     opts.scan_bad_header = true;  // every file is scanned, whatever its first bytes
     if (opts.use_locale_format) announce_locale();
 
-    return end_report(take_road(*out, opts, args), file_report, opts.out_path, stdout_report);
+    return end_report(take_road(out, opts, args), file_report, opts.out_path, stdout_report);
 }

@@ -46,6 +46,7 @@ public:
     report_writer(std::ostream& out, cmd_opts& opts);
 
     void write_row(const activity_record& row);
+    bool ok() const { return !out_.bad(); }
     // The end of an input's rows: the header row if it is still pending; rows number from 1 again.
     void end_input();
 

@@ -54,6 +54,8 @@ public:
     bool scan_buffer(const uint8_t* buffer, uint32_t length, uint64_t base, uint64_t next_base);
     // The end of the input: what waits is written, and the header row if it is still pending.
     void end_input();
+    // False once the report stream has failed: nothing more will reach it.
+    bool report_ok() const { return report_.ok(); }
     // Rows of the input so far, written or waiting.
     uint64_t rows() const { return rows_ + waiting_.size() + next_waiting_.size(); }
 

@@ -54,7 +54,8 @@ int parse_list(input_scan& scan, cmd_opts& opts) {
                                    : input.init_to_enumdir(opts.enum_dir, opts.num_subdirs, opts.name_filters);
     if (!started) return status_ok;
     std::string name, folder, base;
-    while (input.read(name, true)) {
+    // Once the report can't be written, the inputs left would be parsed for nothing.
+    while (scan.report_ok() && input.read(name, true)) {
         if (name.empty()) continue;
         file_stats stats;
         bool could_not_open = false;
@@ -95,6 +96,18 @@ int take_road(input_scan& scan, cmd_opts& opts, arg_list& args) {
     return status_ok;
 }
 
+// The report's last buffer is written out here and not on destruction, so that a write that fails
+// only then still fails the run. `file` is null when the report is standard output.
+int end_report(int status, uni::fileio_output* file, const std::string& path, uni::stdout_report_guard& screen) {
+    if (file != nullptr ? file->write_out() : screen.write_out()) return status;
+    // Not print_error, which would drop the line end.
+    if (file != nullptr)
+        std::fprintf(stderr, "prob writing results file: %s\n", path.c_str());
+    else
+        std::fprintf(stderr, "prob writing report to standard output\n");
+    return status_failed;
+}
+
 }  // namespace
 
 int run_driver(int argc, const char* const* argv) {
@@ -110,26 +123,27 @@ int run_driver(int argc, const char* const* argv) {
     if (!start_up(args, report_preamble)) return status_ok;
     if (!parse_options(opts, args)) {
         std::cout << report_preamble.str() << '\n';
-        return status_failed;
+        return end_report(status_failed, nullptr, "", stdout_report);
     }
     console.configure(opts, ignore_signal);
 
     uni::fileio results;
-    std::ostream* out = &std::cout;
+    uni::fileio_output* file_report = nullptr;
     if (!opts.out_path.empty()) {
         results.open(opts.out_path, true, false, true);
-        out = results.is_open() ? results.get_output() : nullptr;
-        if (!out) {
+        file_report = results.is_open() ? results.get_output() : nullptr;
+        if (!file_report) {
             std::fprintf(stderr, "prob opening results file: %s for writing\n", opts.out_path.c_str());
             return status_failed;
         }
     }
-    *out << report_preamble.str() << '\n';
+    std::ostream& out = file_report ? *file_report : std::cout;
+    out << report_preamble.str() << '\n';
 
     opts.use_locale_format = take_flag("-locale", args);
     opts.scan_bad_header = true;  // every file is scanned, whatever its first bytes
     if (opts.use_locale_format) announce_locale();
 
-    input_scan scan(*out, opts);
-    return take_road(scan, opts, args);
+    input_scan scan(out, opts);
+    return end_report(take_road(scan, opts, args), file_report, opts.out_path, stdout_report);
 }

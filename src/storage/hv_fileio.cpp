@@ -184,13 +184,19 @@ bool fileio::process_chunks(chunk_callback callback, void* context, uint32_t chu
     return true;
 }
 
-bool fileio::append(const char* data, uint32_t count) {
-    if (!is_open() || data == nullptr) return false;
-    if (count == 0) return true;
+bool fileio::append(const char* data, uint32_t count) { return append_some(data, count) != -1; }
+
+long fileio::append_some(const char* data, uint32_t count) {
+    if (!is_open() || data == nullptr) return -1;
+    if (count == 0) return 0;
     lseek(fd, 0, SEEK_END);
-    if (::write(fd, data, count) == -1) return false;
+    ssize_t put;
+    do {
+        put = ::write(fd, data, count);
+    } while (put < 0 && errno == EINTR);
+    if (put < 0) return -1;
     size = static_cast<uint64_t>(lseek(fd, 0, SEEK_END));
-    return true;
+    return static_cast<long>(put);
 }
 
 bool fileio::append_text(std::ostringstream& text) {
@@ -237,8 +243,7 @@ fileio_ostream::fileio_ostream(fileio* target, unsigned long buffer_bytes)
 fileio_ostream::~fileio_ostream() { flush(); }
 
 long fileio_ostream::generic_write(const char* data, unsigned int count) {
-    if (file == nullptr || !file->append(data, count)) return -1;
-    return static_cast<long>(count);
+    return file != nullptr ? file->append_some(data, count) : -1;
 }
 
 long stdout_report_guard::descriptor_buffer::generic_write(const char* data, unsigned int count) {
@@ -251,6 +256,11 @@ long stdout_report_guard::descriptor_buffer::generic_write(const char* data, uns
 
 stdout_report_guard::stdout_report_guard() : buf(report_buffer_size) {
     if (buf.ready()) saved = std::cout.rdbuf(&buf);
+}
+
+bool stdout_report_guard::write_out() {
+    if (!saved) return static_cast<bool>(std::cout.flush());
+    return buf.flush() == 0;
 }
 
 stdout_report_guard::~stdout_report_guard() {
@@ -268,6 +278,8 @@ fileio_output::fileio_output(fileio* file, unsigned long buffer_bytes)
 }
 
 fileio_output::~fileio_output() { close(); }
+
+bool fileio_output::write_out() { return buf.flush() == 0; }
 
 void fileio_output::close() {
     if (!is_open) return;

@@ -62,6 +62,8 @@ public:
 
     // Writes at the end of the file; a short write counts as success.
     bool append(const char* data, uint32_t count);
+    // One write(2) at the end of the file: the bytes it took, which may be fewer than `count`, or -1.
+    long append_some(const char* data, uint32_t count);
     bool append_text(std::ostringstream& text);
 
     // The 256 KiB report stream over this file, owned by it; null when not open.
@@ -98,7 +100,7 @@ public:
     }
     ~streambuf_generic_output() override = default;
 
-    // Writes out what is held: 0, or -1 when the write failed.
+    // Writes out what is held: 0, or -1 once any write has failed.
     virtual int flush() {
         if (!ok) return 0;
         return T::eq_int_type(overflow(T::eof()), T::eof()) ? -1 : 0;
@@ -108,13 +110,17 @@ protected:
     int sync() override { return flush(); }
 
     int_type overflow(int_type c) override {
-        if (!ok) return T::eof();
+        if (!ok || write_failed) return T::eof();
         size_t n = static_cast<size_t>(this->pptr() - this->pbase());
         if (!T::eq_int_type(c, T::eof())) buffer[n++] = T::to_char_type(c);  // the spare byte
         size_t written = 0;
         while (written < n) {
             long got = generic_write(buffer.data() + written, static_cast<unsigned int>(n - written));
-            if (got <= 0) return T::eof();  // put area left as it was; the stream turns bad
+            if (got <= 0) {
+                // Nothing is written after a failure, so what did reach the target has no gap.
+                write_failed = true;
+                return T::eof();  // the stream turns bad
+            }
             written += static_cast<size_t>(got);
         }
         reset_put_area();
@@ -129,6 +135,7 @@ protected:
     unsigned long buffer_size;
     std::vector<C> buffer;
     bool ok = false;
+    bool write_failed = false;
 };
 
 // The report's stream buffer: appends to the file when full or when destroyed, never on sync.
@@ -146,12 +153,14 @@ protected:
     long generic_write(const char* data, unsigned int count) override;
 };
 
-// The report stream. Its bytes are complete on disk only once it is destroyed.
+// The report stream. Its bytes are complete on disk only once it is destroyed or written out.
 class fileio_output : public std::ostream {
 public:
     fileio_output(fileio* file, unsigned long size);
     ~fileio_output() override;
     void close();
+    // Writes out what the buffer holds (sync doesn't); false once any byte of the report was lost.
+    bool write_out();
 
     bool is_open = false;
 
@@ -168,6 +177,8 @@ public:
     ~stdout_report_guard();
     stdout_report_guard(const stdout_report_guard&) = delete;
     stdout_report_guard& operator=(const stdout_report_guard&) = delete;
+    // As fileio_output::write_out, for standard output.
+    bool write_out();
 
 private:
     class descriptor_buffer : public streambuf_generic_output<char> {

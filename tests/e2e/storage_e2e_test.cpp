@@ -7,6 +7,7 @@
 
 #include "foundation/hv_console.h"
 #include "support/builder.h"
+#include "support/needs.h"
 #include "support/run_ravel.h"
 
 using namespace testsupport;
@@ -46,8 +47,7 @@ std::string rows_with_source(const std::string& report, const std::string& sourc
 }  // namespace
 
 TEST(StorageE2e, SnapshotChainReadsAsTheFlattenedDisk) {
-    if (!shell("command -v qemu-img && command -v qemu-io"))
-        GTEST_SKIP() << "qemu-img and qemu-io (Debian package qemu-utils) are not installed";
+    RAVEL_NEEDS(missing_tools({"qemu-img", "qemu-io"}, "qemu-utils"));
     temp_dir dir;
     const std::string base = dir.file("base.vmdk"), child = dir.file("child.vmdk"), flat_disk = dir.file("flat.raw");
     byte_image disk(8 << 20), changes(0x8000), patch(0x400);

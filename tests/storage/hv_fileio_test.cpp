@@ -5,6 +5,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "support/run_ravel.h"
 
 using namespace testsupport;
@@ -76,6 +78,36 @@ TEST(FileioReport, NothingReachesTheFileBeforeDestructionUnlessTheBufferFills) {
         EXPECT_EQ(read_file(path).size(), 0x40000u);
     }
     EXPECT_EQ(read_file(path), rows + big);
+}
+
+// Takes at most 1000 bytes a write, and fails every write from the fourth on.
+class stingy_target : public uni::streambuf_generic_output<char> {
+public:
+    stingy_target() : streambuf_generic_output<char>(4096) {}
+    std::string got;
+    int writes = 0;
+
+protected:
+    long generic_write(const char* data, unsigned int count) override {
+        if (++writes > 3) return -1;
+        got.append(data, std::min(count, 1000u));
+        return std::min(count, 1000u);
+    }
+};
+
+// A short write goes on with the rest; after the first failure nothing more is written, so the
+// target holds a gapless start of the report.
+TEST(FileioReport, ShortWritesGoOnAndAFailureEndsAllWriting) {
+    stingy_target target;
+    std::ostream out(&target);
+    out << std::string(2500, 'a');
+    EXPECT_EQ(target.flush(), 0);
+    EXPECT_EQ(target.got, std::string(2500, 'a'));
+    out << std::string(5000, 'b') << "rest";
+    EXPECT_TRUE(out.bad());
+    EXPECT_EQ(target.flush(), -1);
+    EXPECT_EQ(target.writes, 4);
+    EXPECT_EQ(target.got, std::string(2500, 'a'));
 }
 
 // Overlong forms and surrogates pass; decoding stops at a bad sequence, encoding past 0x10FFFF.

@@ -25,9 +25,10 @@ std::string real_fixtures_dir() {
 
 // Standard input, output and error go through files, so no pipe can fill up and stall the child.
 run_result run_ravel(const std::vector<std::string>& args, const std::string& input,
-                     const std::vector<std::string>& env, const std::string& cwd) {
+                     const std::vector<std::string>& env, const std::string& cwd, const std::string& stdout_path) {
     temp_dir io;
-    const std::string in = io.file("in"), out = io.file("out"), err = io.file("err");
+    const std::string in = io.file("in"), err = io.file("err");
+    const std::string out = stdout_path.empty() ? io.file("out") : stdout_path;
     write_file(in, input);
 
     std::vector<std::string> argv_text = {ravel_binary()};
@@ -62,7 +63,7 @@ run_result run_ravel(const std::vector<std::string>& args, const std::string& in
     if (pid < 0 || waitpid(pid, &wstatus, 0) < 0) return result;
     if (WIFEXITED(wstatus)) result.status = WEXITSTATUS(wstatus);
     if (WIFSIGNALED(wstatus)) result.status = 128 + WTERMSIG(wstatus);
-    result.out = read_file(out);
+    if (stdout_path.empty()) result.out = read_file(out);
     result.err = read_file(err);
     return result;
 }

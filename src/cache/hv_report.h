@@ -23,6 +23,7 @@ class row_buffer {
 public:
     void clear() { size_ = 0; }
     void put(const char* bytes, size_t count) {
+        if (count == 0) return;  // an empty field, into a buffer that may have no storage yet
         if (size_ + count > bytes_.size()) grow(count);
         std::memcpy(bytes_.data() + size_, bytes, count);
         size_ += count;

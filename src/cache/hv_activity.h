@@ -150,6 +150,9 @@ struct activity_record {
     bool is_redr;
     bool is_leak;
     std::string row_text;  // nothing fills it
+    // The lossless report's: 1 yes, 0 no, -1 not known (no container, or it can't tell).
+    int8_t allocated;
+    int8_t hash_listed;
 
     activity_record() { reset(); }
     void reset() {
@@ -178,6 +181,8 @@ struct activity_record {
         is_redr = false;
         is_leak = false;
         row_text.clear();
+        allocated = -1;
+        hash_listed = -1;
     }
 };
 

@@ -62,6 +62,7 @@ void skipped_progress(const char* format, uint64_t position, uint64_t count, uin
 }  // namespace
 
 bool scan_big_file(input_scan& scan, cmd_opts& opts, image_reader& file) {
+    scan.use_image(file, true);
     const uint64_t total = file.size();
     uint32_t chunk = big_file_chunk_size, overlap = big_file_chunk_overlap;
     if (total < chunk) {
@@ -113,6 +114,7 @@ bool scan_device_input(input_scan& scan, cmd_opts& opts) {
 }
 
 bool scan_device(input_scan& scan, image_reader& disk, bool padded) {
+    scan.use_image(disk, true);
     const int64_t total = static_cast<int64_t>(disk.size());
     if (total < 1) {
         print_error("success\n");

@@ -1,5 +1,6 @@
 #include "cache/hv_container.h"
 
+#include <algorithm>
 #include <cstring>
 #include <set>
 
@@ -63,6 +64,7 @@ void INDEX_DAT_RECORD::clear() {
     entries.clear();
     gap_url_entries.clear();
     gap_redr_entries.clear();
+    chain_read_whole = false;
 }
 
 int read_container_header(INDEX_DAT_RECORD& record, const uint8_t* buffer, uint32_t size) {
@@ -87,7 +89,8 @@ const std::string* directory_name_of(const INDEX_DAT_RECORD& record, uint8_t ind
     return static_cast<int64_t>(index) < names ? &record.directory_names[index] : nullptr;
 }
 
-int read_hash_block(HASH_TABLE_RECORD& record, const uint8_t* buffer, uint64_t block_offset, uint32_t size) {
+int read_hash_block(HASH_TABLE_RECORD& record, const uint8_t* buffer, uint64_t block_offset, uint32_t size,
+                    bool decode_entries) {
     record.clear();
     if (!buffer || block_offset + HASH_TABLE_RECORD::size > size) return 0;
     if (hv::le32(buffer, size, block_offset + HASH_TABLE_RECORD::at_signature) != signature_hash) return 0;
@@ -103,16 +106,20 @@ int read_hash_block(HASH_TABLE_RECORD& record, const uint8_t* buffer, uint64_t b
         if (pair.flag == unset_u32) break;
         if (pair.offset < size) {
             uint32_t signature = hv::le32(buffer, size, pair.offset);
-            if (signature == signature_url || signature == signature_leak) {
+            if ((signature == signature_url || signature == signature_leak) && !decode_entries) {
+                record.pairs.push_back(pair);
+            } else if (signature == signature_url || signature == signature_leak) {
                 record.pairs.push_back(pair);
                 URL_OR_LEAK_ACTIVITY_RECORD entry;
                 decode_url_or_leak(entry, buffer, pair.offset, size);
                 if (entry.valid) record.url_entries.push_back(std::move(entry));
             } else if (signature == signature_redr) {
                 record.pairs.push_back(pair);
-                REDR_ACTIVITY_RECORD entry;
-                decode_redr(entry, buffer, pair.offset, size);
-                if (entry.valid) record.redr_entries.push_back(std::move(entry));
+                if (decode_entries) {
+                    REDR_ACTIVITY_RECORD entry;
+                    decode_redr(entry, buffer, pair.offset, size);
+                    if (entry.valid) record.redr_entries.push_back(std::move(entry));
+                }
             }
         }
         slot += FLAG_OFFSET_PAIR::size;
@@ -145,7 +152,8 @@ void INDEX_DAT_RECORD::merge_block(uint32_t block_number, const HASH_TABLE_RECOR
     }
 }
 
-bool INDEX_DAT_RECORD::walk_hash_tables(const uint8_t* buffer, uint32_t size, bool find_gaps) {
+bool INDEX_DAT_RECORD::walk_hash_tables(const uint8_t* buffer, uint32_t size, bool find_gaps, bool decode_entries) {
+    chain_read_whole = false;
     if (!read_header_and_names(*this, buffer, size)) return false;
 
     uint64_t at = hv::le32(buffer, size, at_first_hash);
@@ -155,10 +163,11 @@ bool INDEX_DAT_RECORD::walk_hash_tables(const uint8_t* buffer, uint32_t size, bo
         for (uint32_t block_number = 0; at != 0 && at < size && seen.insert(at).second; ++block_number) {
             if (!inside_at(at, URL_HEADER::size, size)) break;
             HASH_TABLE_RECORD block;
-            if (!read_hash_block(block, buffer, at, size)) break;
+            if (!read_hash_block(block, buffer, at, size, decode_entries)) break;
             merge_block(block_number, block);
             at = block.next_offset();
             hash_tables.push_back(std::move(block));
+            chain_read_whole = at == 0;
         }
     }
     if (entries.empty() || !find_gaps) return valid;
@@ -204,4 +213,56 @@ bool INDEX_DAT_RECORD::walk_hash_tables(const uint8_t* buffer, uint32_t size, bo
         add_entry(no_index, entry.offset, entry.block_count() * entry_block_size, no_index, i, true);
     }
     return valid;
+}
+
+// ---- the lossless report's questions -----------------------------------------------------------
+
+void container_facts::clear() {
+    record.clear();
+    known = false;
+    declared_size = 0;
+    block_count = 0;
+    bitmap.clear();
+    listed.clear();
+}
+
+bool container_facts::head_answers_all(const uint8_t* buffer, size_t size, uint64_t container_size) {
+    using R = INDEX_DAT_RECORD;
+    if (size >= container_size) return true;
+    const uint64_t names_end = R::at_first_directory_name + uint64_t{R::directory_item_size} * hv::le32(buffer, size, R::at_directory_count);
+    const uint64_t bitmap_end = at_bitmap + (uint64_t{hv::le32(buffer, size, at_block_count)} + 7) / 8;
+    // The names' bound is tested against the container's size: a table that ends in these bytes passes
+    // it in both, one that reaches past them might not.
+    return hv::le32(buffer, size, R::at_first_hash) == 0 && names_end < size && bitmap_end <= size;
+}
+
+bool container_facts::read(const uint8_t* buffer, uint32_t size) {
+    clear();
+    known = read_container_header(record, buffer, size) != 0;
+    if (!known) return false;
+    declared_size = hv::le32(buffer, size, at_declared_size);
+    block_count = hv::le32(buffer, size, at_block_count);
+    const uint64_t bitmap_bytes = (uint64_t{block_count} + 7) / 8;
+    if (size > at_bitmap)
+        bitmap.assign(buffer + at_bitmap, buffer + at_bitmap + std::min<uint64_t>(bitmap_bytes, size - at_bitmap));
+    // The walk reads the directory names too; it leaves them empty when their table is out of bounds.
+    record.walk_hash_tables(buffer, size, false, false);
+    for (const HASH_TABLE_RECORD& block : record.hash_tables)
+        for (const FLAG_OFFSET_PAIR& pair : block.pairs) listed.push_back(pair.offset);
+    std::sort(listed.begin(), listed.end());
+    record.hash_tables.clear();
+    return true;
+}
+
+int container_facts::allocated(uint64_t offset) const {
+    if (!known || offset < first_block) return -1;
+    const uint64_t block = (offset - first_block) / entry_block_size;
+    if (block >= block_count || block / 8 >= bitmap.size()) return -1;
+    return (bitmap[block / 8] >> (block % 8)) & 1;
+}
+
+int container_facts::hash_listed(uint64_t offset) const {
+    if (!known) return -1;
+    if (std::binary_search(listed.begin(), listed.end(), offset)) return 1;
+    return record.chain_read_whole ? 0 : -1;
 }

@@ -77,8 +77,10 @@ struct INDEX_DAT_RECORD {
     void clear();
 
     // Follows the container's own HASH chain and, with `find_gaps`, looks for entries in the
-    // space between those it names. Not used by the report, which is built from the scan alone.
-    bool walk_hash_tables(const uint8_t* buffer, uint32_t size, bool find_gaps);
+    // space between those it names. The default report is built from the scan alone; the lossless
+    // report asks the walk which offsets the chain names (then without decoding the entries).
+    bool walk_hash_tables(const uint8_t* buffer, uint32_t size, bool find_gaps, bool decode_entries = true);
+    bool chain_read_whole = false;  // the walk followed the chain to its end, and no further
 
 private:
     void merge_block(uint32_t block_number, const HASH_TABLE_RECORD& block);
@@ -103,4 +105,34 @@ const std::string* directory_name_of(const INDEX_DAT_RECORD& record, uint8_t ind
 uint64_t range_is_inside(const void* base, const void* pointer, uint64_t length, uint64_t total);
 
 // Reads the HASH block at `block_offset` and decodes every entry its slots name.
-int read_hash_block(HASH_TABLE_RECORD& record, const uint8_t* buffer, uint64_t block_offset, uint32_t size);
+int read_hash_block(HASH_TABLE_RECORD& record, const uint8_t* buffer, uint64_t block_offset, uint32_t size,
+                    bool decode_entries = true);
+
+// What the lossless report asks of one container beside its entries: its directory names, whether its
+// allocation bitmap counts a block in use (a live entry) or free (a deleted one), and whether its own
+// HASH chain names an offset. Offsets are from the container's first byte.
+struct container_facts {
+    static constexpr uint32_t at_declared_size = 28;  // u32, the container's size in bytes
+    static constexpr uint32_t at_block_count = 36;    // u32, the blocks the bitmap counts
+    static constexpr uint32_t at_bitmap = 0x250;      // one bit per block, the lowest bit first
+    static constexpr uint32_t first_block = 0x4000;   // where the blocks it counts begin
+
+    INDEX_DAT_RECORD record;  // header and directory names
+    bool known = false;       // the header is a container's
+    uint64_t declared_size = 0;
+    uint32_t block_count = 0;
+    std::vector<uint8_t> bitmap;   // as much of it as the container's bytes hold
+    std::vector<uint32_t> listed;  // the offsets the chain's slots name, sorted
+
+    void clear();
+    // From the container's bytes, its header first: all of them, or its first bytes when
+    // head_answers_all says they are enough.
+    bool read(const uint8_t* buffer, uint32_t size);
+    // Whether the first `size` bytes of a container of `container_size` bytes answer all it is asked:
+    // its names and bitmap lie in them, and it declares no HASH chain.
+    static bool head_answers_all(const uint8_t* buffer, size_t size, uint64_t container_size);
+    // 1 when the bitmap marks the block at `offset` in use, 0 when free, -1 when it says nothing of it.
+    int allocated(uint64_t offset) const;
+    // 1 when a slot names `offset`, 0 when the chain was read whole and none does, -1 otherwise.
+    int hash_listed(uint64_t offset) const;
+};

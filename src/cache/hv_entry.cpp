@@ -54,6 +54,14 @@ private:
     uint8_t head_[head_size];
 };
 
+// ":2013031020130311:", as a daily or weekly history URL opens.
+bool starts_with_date_range(const std::string& url) {
+    if (url.size() < 18 || url[0] != ':' || url[17] != ':') return false;
+    for (size_t i = 1; i < 17; ++i)
+        if (url[i] < '0' || url[i] > '9') return false;
+    return true;
+}
+
 const char user_mark[] = "~U:";
 constexpr size_t user_mark_size = sizeof(user_mark) - 1;
 
@@ -109,7 +117,7 @@ void clean_field(std::string& text) {
 }
 
 int decode_url_or_leak(URL_OR_LEAK_ACTIVITY_RECORD& record, const uint8_t* buffer, uint32_t offset,
-                       uint32_t size) {
+                       uint32_t size, bool whole) {
     using H = URL_HEADER;
     record.clear();
     record.offset = offset;
@@ -129,12 +137,16 @@ int decode_url_or_leak(URL_OR_LEAK_ACTIVITY_RECORD& record, const uint8_t* buffe
     uint32_t next = find_next_signature(entry, remaining);
     if (next != no_signature) {
         record.block_count_rewrite = next / entry_block_size;
-        bytes.rewrite_block_count(record.block_count_rewrite);
+        if (!whole) bytes.rewrite_block_count(record.block_count_rewrite);
         remaining = next;
     }
 
+    // Whole, a field keeps its bytes: no replacements, and a LEAK entry gives what it stores too.
+    auto clean = [whole](std::string& text) {
+        if (!whole) clean_field(text);
+    };
     bool read_data = false;
-    if (signature != signature_leak) {
+    if (signature != signature_leak || whole) {
         uint32_t u = record.header.url_offset();
         if (u == 0 || u >= remaining) return 0;
         // A text longer than the entry is cut at its end, so no NUL need be looked for past it.
@@ -145,14 +157,14 @@ int decode_url_or_leak(URL_OR_LEAK_ACTIVITY_RECORD& record, const uint8_t* buffe
             bytes.assign(record.url, u, length);
             read_data = true;
         }
-        clean_field(record.url);
+        clean(record.url);
     }
     // A LEAK row has no URL, header or user: that is its form.
 
     uint32_t f = record.header.file_name_offset();
     if (f != 0 && f < remaining) {
         bytes.assign_text(record.file_name, f);
-        clean_field(record.file_name);
+        clean(record.file_name);
     }
     if (!read_data) return 1;
 
@@ -177,6 +189,12 @@ int decode_url_or_leak(URL_OR_LEAK_ACTIVITY_RECORD& record, const uint8_t* buffe
         record.user.assign(record.raw_data, from, nul == std::string::npos ? std::string::npos : nul - from);
         trim_whitespace(record.user);
     }
+    if (whole) {
+        // The stored header up to its NUL, its line ends kept; only the blank lines around it go.
+        record.http_header.assign(record.raw_data, 0, std::min<size_t>(length, record.raw_data.find('\0')));
+        trim_whitespace(record.http_header);
+        return 1;
+    }
     copy_printable_text(record.http_header, reinterpret_cast<const uint8_t*>(record.raw_data.data()),
                         static_cast<int>(length), false, ' ');
     clean_field(record.http_header);
@@ -188,7 +206,7 @@ int decode_url_or_leak(URL_OR_LEAK_ACTIVITY_RECORD& record, const uint8_t* buffe
     return 1;
 }
 
-int decode_redr(REDR_ACTIVITY_RECORD& record, const uint8_t* buffer, uint64_t offset, uint32_t size) {
+int decode_redr(REDR_ACTIVITY_RECORD& record, const uint8_t* buffer, uint64_t offset, uint32_t size, bool whole) {
     using R = REDR_ACTIVITY_RECORD;
     record.clear();
     if (!buffer || size < offset + R::size) return 0;
@@ -197,18 +215,21 @@ int decode_redr(REDR_ACTIVITY_RECORD& record, const uint8_t* buffer, uint64_t of
     std::memcpy(record.bytes, entry, R::size);
     record.valid = true;
     entry_bytes(entry, static_cast<uint32_t>(size - offset)).assign_text(record.url, R::at_url);
-    replace_char(record.url, ',', '_', false);
-    trim_whitespace(record.url);
+    if (!whole) {
+        replace_char(record.url, ',', '_', false);
+        trim_whitespace(record.url);
+    }
     record.offset = offset;
     return 1;
 }
 
-entry_decoder::entry_decoder(const cmd_opts& options) : opts(options), source(build_source_text(options)) {}
+entry_decoder::entry_decoder(const cmd_opts& options)
+    : opts(options), whole(options.complete_report), source(build_source_text(options)) {}
 
 int decode_entry_at(activity_record& row, entry_decoder& decoder, const uint8_t* entry, uint32_t remaining,
                     uint64_t position) {
     URL_OR_LEAK_ACTIVITY_RECORD& record = decoder.url_record;
-    if (decode_url_or_leak(record, entry, 0, remaining)) {
+    if (decode_url_or_leak(record, entry, 0, remaining, decoder.whole)) {
         if (record.header.block_count() >= max_entry_blocks) return 0;
         record.offset = position;
         fill_activity_from_url_or_leak(row, std::move(record), decoder.opts, decoder.source);
@@ -216,7 +237,7 @@ int decode_entry_at(activity_record& row, entry_decoder& decoder, const uint8_t*
     }
     // A failed URL entry isn't retried as anything else: decode_redr tests the signature.
     REDR_ACTIVITY_RECORD& redr = decoder.redr_record;
-    if (!decode_redr(redr, entry, 0, remaining) || redr.block_count() >= max_entry_blocks) return 0;
+    if (!decode_redr(redr, entry, 0, remaining, decoder.whole) || redr.block_count() >= max_entry_blocks) return 0;
     redr.offset = position;
     fill_activity_from_redr(row, std::move(redr), decoder.opts, decoder.source);
     return 1;
@@ -288,6 +309,8 @@ void fill_activity_from_url_or_leak(activity_record& row, URL_OR_LEAK_ACTIVITY_R
     // Meant for history URLs that open with a date range; kept exactly as it tests (";" at 17).
     if (row.url.size() >= 20 && row.url[0] == ':' && row.url[17] == ';' && row.url[18] == ' ')
         row.is_local_time = true;
+    // The lossless report reads the range as the URL stores it, ":YYYYMMDDYYYYMMDD:".
+    if (opts.complete_report && starts_with_date_range(row.url)) row.is_local_time = true;
     row.http_header.swap(record.http_header);
     if (h.last_modified() != unset_u64) row.last_modified = h.last_modified();
     if (h.last_access() != unset_u64) row.last_access = h.last_access();

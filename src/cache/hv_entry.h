@@ -14,10 +14,14 @@ constexpr uint32_t max_entry_blocks = 10;
 // 1 when the record may be used. When another signature follows inside the entry, the distance in
 // blocks stands in for the entry's block count (block_count_rewrite) and bounds all reads from then
 // on; the record's header keeps the file's own count. The buffer is only read.
-int decode_url_or_leak(URL_OR_LEAK_ACTIVITY_RECORD& record, const uint8_t* buffer, uint32_t offset, uint32_t size);
+// `whole`, for the lossless report: no rewrite, a LEAK entry's URL, user and header are read, and fields
+// keep their bytes (only the blanks around the header and the user go).
+int decode_url_or_leak(URL_OR_LEAK_ACTIVITY_RECORD& record, const uint8_t* buffer, uint32_t offset, uint32_t size,
+                       bool whole = false);
 
-// Decodes the "REDR" entry at `buffer + offset`; 1 when the record may be used.
-int decode_redr(REDR_ACTIVITY_RECORD& record, const uint8_t* buffer, uint64_t offset, uint32_t size);
+// Decodes the "REDR" entry at `buffer + offset`; 1 when the record may be used. `whole`: the URL as stored.
+int decode_redr(REDR_ACTIVITY_RECORD& record, const uint8_t* buffer, uint64_t offset, uint32_t size,
+                bool whole = false);
 
 // What decoding the entries of one input needs besides their bytes: records reused from entry to
 // entry (their texts keep their storage), and the input's source text, the same on every row.
@@ -25,6 +29,7 @@ struct entry_decoder {
     explicit entry_decoder(const cmd_opts& opts);
 
     const cmd_opts& opts;
+    bool whole;  // the lossless report's decoding
     std::string source;
     URL_OR_LEAK_ACTIVITY_RECORD url_record;
     REDR_ACTIVITY_RECORD redr_record;

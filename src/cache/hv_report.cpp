@@ -5,6 +5,7 @@
 #include <cstring>
 #include <iomanip>
 #include <string>
+#include <string_view>
 
 #include "cmdline/hv_cmd_params.h"
 #include "foundation/hv_date_text.h"
@@ -31,9 +32,86 @@ void row_buffer::put_decimal(uint64_t value) {
 
 namespace {
 
+// The lossless report's columns behind the usual ones.
+const char* const complete_column_names[] = {"offset", "allocated", "hash listed"};
+
+// Whether any byte of `text` is one of the four: one branch-free pass that the compiler widens. Out of
+// line and opaque: given constant bytes, the compiler turns the tests into a bit test it can't widen.
+[[gnu::noipa]] bool holds_any(const char* text, size_t size, char a, char b, char c, char d) {
+    unsigned char found = 0;
+    for (size_t i = 0; i < size; ++i) {
+        const char x = text[i];
+        found |= static_cast<unsigned char>((x == a) | (x == b) | (x == c) | (x == d));
+    }
+    return found != 0;
+}
+
+}  // namespace
+
+csv_fields::csv_fields(const std::string& separator) : separator_(separator) {
+    const char marks[] = {separator.empty() ? '"' : separator[0], '"', '\r', '\n'};
+    for (char c : marks) special_[static_cast<unsigned char>(c)] = true;
+}
+
+bool csv_fields::needs_quotes(const char* text, size_t size) const {
+    bool candidate = false;
+    if (size < 32) {  // most fields are short: dates, times, numbers
+        for (size_t i = 0; i < size; ++i) candidate |= special_[static_cast<unsigned char>(text[i])];
+    } else {
+        candidate = holds_any(text, size, separator_.empty() ? '"' : separator_[0], '"', '\r', '\n');
+    }
+    if (!candidate || separator_.size() <= 1) return candidate;
+    // The first byte of a longer separator calls for nothing alone.
+    return std::memchr(text, '"', size) || std::memchr(text, '\r', size) || std::memchr(text, '\n', size) ||
+           std::string_view(text, size).find(separator_) != std::string_view::npos;
+}
+
+void csv_fields::put_quoted(row_buffer& line, const char* text, size_t size) {
+    for (const char* quote; (quote = static_cast<const char*>(std::memchr(text, '"', size))) != nullptr;) {
+        const size_t before = static_cast<size_t>(quote - text) + 1;
+        line.put(text, before);
+        line.put('"');
+        text += before;
+        size -= before;
+    }
+    line.put(text, size);
+}
+
+void csv_fields::put(row_buffer& line, const char* text, size_t size) const {
+    if (!needs_quotes(text, size)) {
+        line.put(text, size);
+        return;
+    }
+    line.put('"');
+    put_quoted(line, text, size);
+    line.put('"');
+}
+
+void csv_fields::put(row_buffer& line, const char* text, size_t size, const char* more, size_t more_size) const {
+    if (!needs_quotes(text, size) && !needs_quotes(more, more_size)) {
+        line.put(text, size);
+        line.put(more, more_size);
+        return;
+    }
+    line.put('"');
+    put_quoted(line, text, size);
+    put_quoted(line, more, more_size);
+    line.put('"');
+}
+
+namespace {
+
 // Date, separator, time with its zone word when there is a time, separator.
 void put_stamp(row_buffer& line, const stamp_formatter::texts& texts, const char* zone, size_t zone_size,
-               const std::string& separator) {
+               const cmd_opts& opts, const csv_fields* csv) {
+    const std::string& separator = opts.separator;
+    if (csv != nullptr) {
+        csv->put(line, texts.date, texts.date_size);
+        line.put(separator);
+        csv->put(line, texts.time, texts.time_size, zone, texts.time_size != 0 ? zone_size : 0);
+        line.put(separator);
+        return;
+    }
     line.put(texts.date, texts.date_size);
     line.put(separator);
     line.put(texts.time, texts.time_size);
@@ -46,6 +124,22 @@ void put_stamp(row_buffer& line, const stamp_formatter::texts& texts, const char
 void write_header_row(std::ostream& out, const cmd_opts& opts) {
     if (opts.show_note_columns) out << "note" << opts.separator << "offset" << opts.separator;
     const size_t count = sizeof(column_names) / sizeof(column_names[0]);
+    if (opts.complete_report) {
+        const csv_fields csv(opts.separator);
+        row_buffer line;
+        for (size_t i = 0; i < count; ++i) {
+            csv.put(line, column_names[i], std::strlen(column_names[i]));
+            line.put(opts.separator);
+        }
+        for (size_t i = 0; i < 3; ++i) {
+            csv.put(line, complete_column_names[i], std::strlen(complete_column_names[i]));
+            if (i < 2) line.put(opts.separator);
+        }
+        line.put('\n');
+        out.write(line.data(), static_cast<std::streamsize>(line.size()));
+        out.flush();
+        return;
+    }
     for (size_t i = 0; i < count; ++i) {
         out << column_names[i];
         if (i + 1 < count) out << opts.separator;
@@ -58,13 +152,14 @@ namespace {
 // The row behind the note columns, in `line`. Each stamp group is a date text, the separator, the
 // time text with its zone word when there is a time, and the separator: empty columns for a stamp
 // that is unset or no date.
-void append_row(row_buffer& line, const activity_record& row, const cmd_opts& opts, stamp_formatter& stamps) {
+void append_row(row_buffer& line, const activity_record& row, const cmd_opts& opts, stamp_formatter& stamps,
+                const csv_fields* csv) {
     static const char utc[] = " UTC", local[] = " local";
     const std::string& sep = opts.separator;
     stamp_formatter::texts texts;
     auto stamp = [&](bool ok, const char* zone, size_t zone_size) {
         if (!ok) texts = stamp_formatter::texts();
-        put_stamp(line, texts, zone, zone_size, sep);
+        put_stamp(line, texts, zone, zone_size, opts, csv);
     };
     if (row.is_local_time)
         stamp(row.last_modified != 0 && stamps.filetime(row.last_modified, texts), local, sizeof local - 1);
@@ -77,6 +172,29 @@ void append_row(row_buffer& line, const activity_record& row, const cmd_opts& op
     stamp(row.expires.date_word != 0 && stamps.dos(row.expires, texts), utc, sizeof utc - 1);
     stamp(row.last_sync.date_word != 0 && stamps.dos(row.last_sync, texts), utc, sizeof utc - 1);
 
+    if (csv != nullptr) {
+        auto field = [&](const char* text, size_t size) {
+            csv->put(line, text, size);
+            line.put(sep);
+        };
+        auto number = [&](uint64_t value) {
+            char digits[24];
+            field(digits, static_cast<size_t>(std::to_chars(digits, digits + sizeof digits, value).ptr - digits));
+        };
+        field(row.signature.data(), row.signature.size());
+        for (const std::string* text : {&row.url, &row.user, &row.file_name}) field(text->data(), text->size());
+        number(row.file_size);
+        field(row.directory.data(), row.directory.size());
+        number(row.count);
+        field(row.http_header.data(), row.http_header.size());
+        field(row.source_file.data(), row.source_file.size());
+        number(row.offset);
+        static const char* const answers[] = {"", "no", "yes"};
+        field(answers[row.allocated + 1], std::strlen(answers[row.allocated + 1]));
+        csv->put(line, answers[row.hash_listed + 1], std::strlen(answers[row.hash_listed + 1]));
+        line.put('\n');
+        return;
+    }
     line.put(row.signature.data(), row.signature.size());
     line.put(sep);
     line.put(row.url);
@@ -112,14 +230,15 @@ void write_note_offset(std::ostream& out, const activity_record& row, const cmd_
 void write_activity_row(const activity_record& row, std::ostream& out, const cmd_opts& opts) {
     stamp_formatter stamps(opts.date_format, opts.time_format, opts.use_locale_format);
     if (opts.show_note_columns) write_note_offset(out, row, opts);
+    const csv_fields csv(opts.separator);
     row_buffer line;
-    append_row(line, row, opts, stamps);
+    append_row(line, row, opts, stamps, opts.complete_report ? &csv : nullptr);
     out.write(line.data(), static_cast<std::streamsize>(line.size()));
     out.flush();
 }
 
 report_writer::report_writer(std::ostream& out, cmd_opts& opts)
-    : out_(out), opts_(opts), stamps_(opts.date_format, opts.time_format, opts.use_locale_format) {}
+    : out_(out), opts_(opts), stamps_(opts.date_format, opts.time_format, opts.use_locale_format), csv_(opts.separator) {}
 
 void report_writer::write_header_if_pending() {
     if (opts_.header_pending && opts_.show_rows) {
@@ -140,7 +259,7 @@ void report_writer::write_row(const activity_record& row) {
         write_note_offset(out_, row, opts_);
     }
     line_.clear();
-    append_row(line_, row, opts_, stamps_);
+    append_row(line_, row, opts_, stamps_, opts_.complete_report ? &csv_ : nullptr);
     // One piece per row; the stream's sync does nothing, as std::endl's flush found it.
     out_.write(line_.data(), static_cast<std::streamsize>(line_.size()));
     out_.flush();

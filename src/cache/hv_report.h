@@ -40,6 +40,22 @@ private:
     size_t size_ = 0;
 };
 
+// Fields of the lossless report, as CSV has them: quoted, their quotes doubled, when they hold the
+// separator, a quote or a line end.
+class csv_fields {
+public:
+    explicit csv_fields(const std::string& separator);
+    void put(row_buffer& line, const char* text, size_t size) const;
+    // One field of two texts, such as a time and its zone word.
+    void put(row_buffer& line, const char* text, size_t size, const char* more, size_t more_size) const;
+
+private:
+    bool needs_quotes(const char* text, size_t size) const;
+    static void put_quoted(row_buffer& line, const char* text, size_t size);
+    std::string separator_;
+    bool special_[256] = {};
+};
+
 // The rows of a run, each written to the report stream in one piece as it comes; the header row
 // goes ahead of the first, or at the end of the first input when that had none.
 class report_writer {
@@ -58,5 +74,6 @@ private:
     cmd_opts& opts_;
     stamp_formatter stamps_;
     row_buffer line_;
+    csv_fields csv_;
     uint64_t number_ = 0;  // of the row in its input, for the note columns
 };

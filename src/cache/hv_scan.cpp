@@ -1,11 +1,21 @@
 #include "cache/hv_scan.h"
 
+#include <algorithm>
+#include <cstring>
 #include <iostream>
 #include <utility>
 
 #include "cache/hv_big_file.h"
 #include "cmdline/hv_cmd_params.h"
 #include "storage/hv_image.h"
+
+namespace {
+
+constexpr uint64_t whole_entry_bytes = 10 * entry_block_size;  // more than the largest entry reported
+constexpr uint64_t container_boundary = 512;
+constexpr uint64_t container_read_limit = 32u << 20;  // a larger container's chain may not be read whole
+
+}  // namespace
 
 uint32_t find_next_signature(const uint8_t* from, uint64_t size) {
     if (!from || size < entry_block_size) return no_signature;
@@ -43,9 +53,26 @@ void input_scan::begin_input() {
     have_names_ = false;
     names_settled_ = true;
     names_end_ = 0;
+    image_ = nullptr;
+    input_size_ = 0;
+    find_containers_ = false;
+    containers_.clear();
+}
+
+void input_scan::use_image(image_reader& image, bool find_containers) {
+    image_ = &image;
+    input_size_ = image.size();
+    find_containers_ = find_containers;
 }
 
 void input_scan::use_directory_table(const uint8_t* buffer, uint32_t size) {
+    if (decoder_.whole) {
+        // Read whole, the file is its container.
+        containers_.emplace_back();
+        containers_.back().end = size;
+        containers_.back().facts.read(buffer, size);
+        return;
+    }
     have_names_ = read_directory_table(container_, buffer, size) != 0;
     names_end_ = INDEX_DAT_RECORD::at_first_directory_name +
                  uint64_t{INDEX_DAT_RECORD::directory_item_size} * container_.directory_names.size();
@@ -60,6 +87,7 @@ void input_scan::use_directory_table(const uint8_t* buffer, uint32_t size) {
 // below its own start, so a row below it is in its final place and is written at once; a row in the
 // overlap waits until the next window has passed it.
 bool input_scan::scan_buffer(const uint8_t* buffer, uint32_t length, uint64_t base, uint64_t next_base) {
+    if (decoder_.whole) return scan_whole_entries(buffer, length, base, next_base);
     next_base_ = next_base;
     size_t waiting = 0;
     bool found = false;
@@ -81,6 +109,72 @@ bool input_scan::scan_buffer(const uint8_t* buffer, uint32_t length, uint64_t ba
     std::swap(waiting_, next_waiting_);
     next_waiting_.clear();
     return found;
+}
+
+// Each position belongs to one window, the one it starts in, and every window holds at least ten blocks
+// (the largest entry) behind each position it reports, or else the input's end: so every entry is
+// decoded whole, once, wherever a window's edge falls. The input's first position is looked at too.
+bool input_scan::scan_whole_entries(const uint8_t* buffer, uint32_t length, uint64_t base, uint64_t next_base) {
+    const uint64_t report_end = std::min<uint64_t>(base + length, next_base);
+    bool found = false;
+    for (uint64_t at = 0; base + at < report_end && at + 4 <= length; at += entry_block_size) {
+        const uint64_t position = base + at;
+        if (find_containers_ && position % container_boundary == 0) find_container(buffer + at, length - static_cast<uint32_t>(at), position);
+        const uint32_t word = hv::le32(buffer, length, static_cast<size_t>(at));
+        if (word != signature_url && word != signature_leak && word != signature_redr) continue;
+        found = true;
+        const container_span* container = container_at(position);
+        uint64_t bound = std::min<uint64_t>(whole_entry_bytes, length - at);
+        if (image_ != nullptr) bound = std::min(bound, input_size_ - std::min(input_size_, position));
+        if (container != nullptr) bound = std::min(bound, container->end - position);
+        if (!decode_entry_at(row_, decoder_, buffer + at, static_cast<uint32_t>(bound), position)) continue;
+        if (container != nullptr) {
+            const uint64_t inside = position - container->start;
+            if (const std::string* name = directory_name_of(container->facts.record, row_.directory_index))
+                row_.directory = *name;
+            row_.allocated = static_cast<int8_t>(container->facts.allocated(inside));
+            row_.hash_listed = static_cast<int8_t>(container->facts.hash_listed(inside));
+        }
+        report_.write_row(row_);
+        ++rows_;
+    }
+    return found;
+}
+
+// A container's header on a 512-byte boundary: its bytes, as far as it declares them (and no further
+// than the input, or than memory allows), are read through the input to answer for its entries.
+void input_scan::find_container(const uint8_t* bytes, uint32_t length, uint64_t position) {
+    static const char signature[] = "Client UrlCache";
+    if (length < sizeof signature - 1 || std::memcmp(bytes, signature, sizeof signature - 1) != 0 || image_ == nullptr)
+        return;
+    const uint64_t declared = hv::le32(bytes, length, container_facts::at_declared_size);
+    const uint64_t held = std::min<uint64_t>({declared, input_size_ - position, container_read_limit});
+    // The header's first blocks hold the names and the bitmap; the rest is read only for a HASH chain.
+    std::vector<uint8_t> container(static_cast<size_t>(std::min<uint64_t>(held, container_facts::first_block)));
+    if (held == 0 || !image_->read(position, container.data(), container.size())) return;
+    if (!container_facts::head_answers_all(container.data(), container.size(), held)) {
+        container.resize(static_cast<size_t>(held));
+        if (!image_->read(position, container.data(), container.size())) return;
+    }
+    containers_.emplace_back();
+    containers_.back().start = position;
+    containers_.back().end = position + std::min(declared, input_size_ - position);
+    containers_.back().facts.read(container.data(), static_cast<uint32_t>(container.size()));
+}
+
+// The latest container found that holds `position`; those that end before it are dropped.
+const input_scan::container_span* input_scan::container_at(uint64_t position) {
+    size_t kept = 0;
+    for (size_t i = 0; i < containers_.size(); ++i) {
+        if (containers_[i].end > position) {
+            if (kept != i) containers_[kept] = std::move(containers_[i]);
+            ++kept;
+        }
+    }
+    containers_.resize(kept);
+    for (size_t i = containers_.size(); i-- > 0;)
+        if (containers_[i].start <= position) return &containers_[i];
+    return nullptr;
 }
 
 void input_scan::emit(activity_record& row) {
@@ -141,6 +235,7 @@ bool scan_file(input_scan& scan, cmd_opts& opts, image_reader& file, bool& resul
     }
     const uint8_t* bytes = view_or_read(file, 0, static_cast<size_t>(size), scan.buffer);
     if (bytes == nullptr) return false;  // no memory or no read: no header row either
+    scan.use_image(file, false);
     classify_container_path(opts);
     const uint32_t length = static_cast<uint32_t>(size);
     INDEX_DAT_RECORD record;

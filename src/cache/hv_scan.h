@@ -45,6 +45,9 @@ public:
 
     // A new input, named by the options' current_file, partition or vmdk_files.
     void begin_input();
+    // The input's bytes, for the lossless report: its size bounds every entry, and on the image roads
+    // (`find_containers`) a container found in it is read through it.
+    void use_image(image_reader& image, bool find_containers);
     // Whole-file road: the container's directory names, read from the whole file; rows get them.
     void use_directory_table(const uint8_t* buffer, uint32_t size);
     // Decodes every signature of the window [base, base + length) on its 128-byte grid, from base + 128
@@ -62,6 +65,15 @@ public:
     std::vector<uint8_t> buffer;  // what a reader can't lend is read here, input after input
 
 private:
+    // A container the lossless report found, and the stretch of the input it holds.
+    struct container_span {
+        uint64_t start = 0, end = 0;
+        container_facts facts;
+    };
+    // The lossless report's walk of a window: only the positions that start in it, from its first byte.
+    bool scan_whole_entries(const uint8_t* buffer, uint32_t length, uint64_t base, uint64_t next_base);
+    void find_container(const uint8_t* bytes, uint32_t length, uint64_t position);
+    const container_span* container_at(uint64_t position);
     void emit(activity_record& row);
     void write(activity_record& row);
     void settle_names();
@@ -74,6 +86,10 @@ private:
     held_rows waiting_, next_waiting_;
     uint64_t next_base_ = UINT64_MAX;
     uint64_t rows_ = 0;
+    image_reader* image_ = nullptr;
+    uint64_t input_size_ = 0;
+    bool find_containers_ = false;
+    std::vector<container_span> containers_;  // found so far in this input, the latest last
     INDEX_DAT_RECORD container_;
     bool have_names_ = false;
     bool names_settled_ = true;

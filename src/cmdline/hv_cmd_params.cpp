@@ -109,4 +109,5 @@ void cmd_opts::clear() {
     partition.clear();
     have_admin = false;
     cache_category = 1;
+    complete_report = false;
 }

@@ -108,4 +108,5 @@ public:
     std::string partition;
     bool have_admin;  // nothing sets it: a -partition run ends at its message
     uint32_t cache_category;
+    bool complete_report;  // -complete: whole entries, every field's bytes, three more columns
 };

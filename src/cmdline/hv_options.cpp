@@ -492,6 +492,14 @@ bool parse_options(cmd_opts& o, arg_list& args) {
     if (!take_flag("-verbose", args)) take_flag("-v", args);
     o.verbose = true;
     if (take_flag("-quiet", args)) o.show_progress = false;
+    // The lossless report is CSV: it can't do without a separator between its fields.
+    if (take_flag("-complete", args)) {
+        o.complete_report = true;
+        if (o.separator.empty()) {
+            message("-complete needs a column separator: it is not offered with -xml or -multiline\n");
+            return false;
+        }
+    }
 
     parse_date_time_format(&o.date_layout, o.date_format, o.time_format, o.pair_datetime);
     read_host_product_version(o);

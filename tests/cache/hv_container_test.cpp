@@ -92,3 +92,48 @@ TEST(Container, HashWalkFollowsTheChainAndFindsGaps) {
     EXPECT_EQ(record.entries.at(0x300).hash_blocks, std::vector<uint32_t>{no_index});
     EXPECT_EQ(record.entries.count(0x1C00), 0u);
 }
+
+// The lossless report's questions: a bit or a slot says "yes", a bit or a chain read whole says "no",
+// and whatever can't be read says nothing, whatever the header claims.
+TEST(Container, AllocationAndHashListingSayOnlyWhatTheContainerHolds) {
+    const uint32_t live = 0x4000, deleted = 0x4200, leaked = 0x4400, unlisted = 0x4600;
+    auto build = [&](uint32_t blocks, uint32_t first_hash, uint32_t next) {
+        byte_image image(0x5000);
+        write_container_header(image, {"DIR00001"}, first_hash);
+        image.u32(28, 0x5000).u32(36, blocks);
+        for (uint32_t at : {live, unlisted}) image.u8(0x250 + (at - 0x4000) / 128 / 8, 1u << ((at - 0x4000) / 128 % 8));
+        url_entry e;
+        e.url = "http://a/";
+        for (uint32_t at : {live, deleted, unlisted}) write_url_entry(image, at, e);
+        e.signature = "LEAK";
+        write_url_entry(image, leaked, e);
+        write_hash_block(image, 0x800, {{1, live}, {1, deleted}, {3, leaked}}, next);
+        return image;
+    };
+    struct { const char* name; uint32_t blocks, first_hash, next; std::string answers; } cases[] = {
+        // live, deleted, leaked, unlisted: "allocated hash-listed", with "?" for nothing known
+        {"a chain read whole", 32, 0x800, 0, "11 01 01 10"},
+        {"no chain at all", 32, 0, 0, "1? 0? 0? 1?"},
+        {"a chain that loops", 32, 0x800, 0x800, "11 01 01 1?"},
+        {"a chain that ends at a block that isn't one", 32, 0x800, 0x900, "11 01 01 1?"},
+        {"a chain that points past the file", 32, 0x800, 0x7000, "11 01 01 1?"},
+        {"a bitmap that ends inside the entries", 8, 0x800, 0, "11 01 ?1 ?0"},
+        {"a bitmap that claims more blocks than the file holds", 0xFFFFFFF0u, 0x800, 0, "11 01 01 10"},
+    };
+    for (const auto& c : cases) {
+        byte_image image = build(c.blocks, c.first_hash, c.next);
+        container_facts facts;
+        ASSERT_TRUE(facts.read(image.data(), static_cast<uint32_t>(image.size()))) << c.name;
+        std::string answers;
+        for (uint32_t at : {live, deleted, leaked, unlisted}) {
+            const char* mark = "?01";
+            if (!answers.empty()) answers += ' ';
+            answers += mark[facts.allocated(at) + 1];
+            answers += mark[facts.hash_listed(at) + 1];
+        }
+        EXPECT_EQ(answers, c.answers) << c.name;
+    }
+    container_facts foreign;
+    EXPECT_FALSE(foreign.read(byte_image(0x5000).data(), 0x5000));
+    EXPECT_EQ(foreign.allocated(live) + foreign.hash_listed(live), -2);
+}

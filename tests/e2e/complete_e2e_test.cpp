@@ -1,0 +1,226 @@
+// -complete: every entry decoded whole wherever it lies, its bytes kept, as CSV that always parses,
+// with its offset, its allocation and whether the container's HASH chain names it.
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "support/builder.h"
+#include "support/builder_vmdk.h"
+#include "support/needs.h"
+#include "support/run_ravel.h"
+
+using namespace testsupport;
+
+namespace {
+
+using record = std::vector<std::string>;
+
+// RFC 4180 records of a report: quoted fields may hold the separator, quotes (doubled) and line ends.
+std::vector<record> read_csv(const std::string& text, char separator = ',') {
+    std::vector<record> records;
+    record fields;
+    std::string field;
+    bool quoted = false, in_quotes = false;
+    for (size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        if (in_quotes) {
+            if (c == '"' && i + 1 < text.size() && text[i + 1] == '"') {
+                field += '"';
+                ++i;
+            } else if (c == '"') {
+                in_quotes = false;
+            } else {
+                field += c;
+            }
+        } else if (c == '"' && field.empty() && !quoted) {
+            in_quotes = quoted = true;
+        } else if (c == separator) {
+            fields.push_back(field);
+            field.clear();
+            quoted = false;
+        } else if (c == '\n') {
+            fields.push_back(field);
+            records.push_back(fields);
+            fields.clear();
+            field.clear();
+            quoted = false;
+        } else {
+            field += c;
+        }
+    }
+    return records;
+}
+
+// The records of a -complete run's report, its header row first.
+std::vector<record> complete_rows(const run_result& run) { return read_csv(after_preamble(run.out)); }
+
+// A container of 64 KiB: header, four directories, a bitmap, a HASH chain of two blocks; entries of
+// every kind from 0x4000, some of them in blocks the bitmap marks free, some no slot names.
+struct sample_container {
+    byte_image image;
+    size_t first_entry = 0x4000, end = 0x10000;
+    std::vector<size_t> entries;
+
+    sample_container() {
+        write_container_header(image, {"ALPHA001", "BRAVO002", "CHARLIE3", "DELTA004"}, 0x800);
+        image.resize(end);
+        image.u32(28, static_cast<uint32_t>(end)).u32(36, static_cast<uint32_t>((end - first_entry) / 128));
+        size_t at = first_entry;
+        for (int i = 0; at + 1024 < end; ++i) {
+            url_entry e;
+            e.signature = i % 5 == 3 ? "LEAK" : "URL ";
+            e.url = "http://e" + std::to_string(i) + ".example/a,b?q=\"x\"";
+            e.file_name = "f" + std::to_string(i) + ".htm";
+            e.data = "HTTP/1.1 200 OK\r\nSet-Cookie: a=1, b=2\r\n\r\n~U:user" + std::to_string(i) + "\r\n";
+            e.directory_index = static_cast<uint8_t>(i % 5);
+            e.last_modified = filetime_of(2014, 1 + i % 12, 1 + i % 28, i % 24);
+            const size_t length = i % 7 == 6 ? write_redr_entry(image, at, "http://r" + std::to_string(i) + "/")
+                                             : write_url_entry(image, at, e);
+            entries.push_back(at);
+            if (i % 4 != 1) {  // in use: every block of the entry
+                for (size_t b = (at - first_entry) / 128; b < (at + length - first_entry) / 128; ++b)
+                    image.u8(0x250 + b / 8, static_cast<uint8_t>(image.bytes()[0x250 + b / 8] | (1u << (b % 8))));
+            }
+            at += length + (i % 3 == 0 ? 128 : 0);
+        }
+        std::vector<std::pair<uint32_t, uint32_t>> first_slots, second_slots;
+        for (size_t i = 0; i < entries.size(); ++i) {
+            if (i % 3 == 2) continue;  // named by no slot
+            (i % 2 ? second_slots : first_slots).push_back({1, static_cast<uint32_t>(entries[i])});
+        }
+        write_hash_block(image, 0x800, first_slots, 0x1000, 4);
+        write_hash_block(image, 0x1000, second_slots, 0, 4);
+    }
+};
+
+// A record without its offset and source columns (18 and 17, from 1); `shift` is taken off the offset,
+// which is checked to hold it.
+record without_place(record r, uint64_t shift) {
+    EXPECT_EQ(r.size(), 20u);
+    if (r.size() != 20) return r;
+    EXPECT_GE(std::stoull(r[17]), shift);
+    r[17] = std::to_string(std::stoull(r[17]) - shift);
+    r.erase(r.begin() + 16);
+    return r;
+}
+
+}  // namespace
+
+TEST(CompleteE2E, OneContainerGivesTheSameRowsWhereverItLies) {
+    const sample_container c;
+    temp_dir dir;
+    ASSERT_TRUE(write_file(dir.file("index.dat"), c.image.bytes()));
+    const run_result file = run_ravel({"-complete", "-f", dir.file("index.dat")});
+    ASSERT_EQ(file.status, 0) << file.err;
+    const std::vector<record> expected = complete_rows(file);
+    ASSERT_EQ(expected.size(), c.entries.size() + 1);
+    std::vector<record> want;
+    for (size_t i = 1; i < expected.size(); ++i) want.push_back(without_place(expected[i], 0));
+
+    // Inside a raw image over 16 MiB: each placement puts an entry across a 32 KiB chunk's end, a
+    // 64 KiB read's end, or both; the image's last bytes end the container.
+    const size_t image_size = 17 << 20;
+    const size_t placements[] = {28672 * 3 + 32768 - 0x4000 - 512, 61440 * 7 + 65536 - 0x4000 - 1024,
+                                 image_size - c.end, 512 * 9001};
+    for (size_t at : placements) {
+        SCOPED_TRACE(at);
+        byte_image disk(image_size);
+        disk.text(at, c.image.bytes());
+        ASSERT_TRUE(write_file(dir.file("disk.raw"), disk.bytes()));
+        ASSERT_TRUE(sparse_vmdk(image_size, 128, 512).write(0, disk.bytes()).save(dir.file("disk.vmdk")));
+        for (const std::vector<std::string>& road : {std::vector<std::string>{"-complete", "-quiet", "-f", dir.file("disk.raw")},
+                                                     std::vector<std::string>{"-complete", "-vmdk", dir.file("disk.vmdk")}}) {
+            const run_result run = run_ravel(road);
+            ASSERT_EQ(run.status, 0) << run.err;
+            const std::vector<record> rows = complete_rows(run);
+            ASSERT_EQ(rows.size(), expected.size()) << road[2];
+            EXPECT_EQ(rows[0], expected[0]);
+            for (size_t i = 1; i < rows.size(); ++i) EXPECT_EQ(without_place(rows[i], at), want[i - 1]) << road[2];
+        }
+    }
+}
+
+TEST(CompleteE2E, EveryRowParsesToTwentyFieldsThatKeepTheirBytes) {
+    temp_dir dir;
+    byte_image odd;
+    url_entry e;
+    e.signature = "LEAK";
+    e.url = "http://a.example/?x=\"1\",y=2|z\r\nnext";
+    e.file_name = "we,ird\"name";
+    e.data = "HTTP/1.1 200 OK\r\nX-A: 1,2\r\n\"q\"\r\n\r\n~U:eve, the \"user\"\r\n";
+    write_url_entry(odd, 0, e);  // position 0 of the input
+    const size_t second = 128 * ((odd.size() + 127) / 128);
+    write_redr_entry(odd, second, "http://moved,here/ \t");
+    e.signature = "URL ";
+    e.url = ":2013031020130311: bob@http://history.example/";
+    e.last_modified = filetime_of(2013, 3, 10, 12);
+    write_url_entry(odd, odd.size(), e);
+    ASSERT_TRUE(write_file(dir.file("carved, one.bin"), odd.bytes()));
+
+    const run_result run = run_ravel({"-complete", "-f", dir.file("carved, one.bin")});
+    ASSERT_EQ(run.status, 0) << run.err;
+    const std::vector<record> rows = complete_rows(run);
+    ASSERT_EQ(rows.size(), 4u);
+    for (const record& r : rows) EXPECT_EQ(r.size(), 20u);
+    EXPECT_EQ(rows[0][17] + "|" + rows[0][18] + "|" + rows[0][19], "offset|allocated|hash listed");
+    // The LEAK entry at 0: its URL, user and header as stored, line ends and all.
+    EXPECT_EQ(rows[1][8], "LEAK");
+    EXPECT_EQ(rows[1][9], "http://a.example/?x=\"1\",y=2|z\r\nnext");
+    EXPECT_EQ(rows[1][10], "eve, the \"user\"");
+    EXPECT_EQ(rows[1][11], "we,ird\"name");
+    EXPECT_EQ(rows[1][15], "HTTP/1.1 200 OK\r\nX-A: 1,2\r\n\"q\"");
+    EXPECT_EQ(rows[1][16], dir.file("carved, one.bin"));
+    EXPECT_EQ(rows[1][17] + rows[1][18] + rows[1][19], "0");  // no container: nothing known
+    EXPECT_EQ(rows[2][9], "http://moved,here/ \t");
+    EXPECT_EQ(rows[2][17], std::to_string(second));
+    // A daily history URL is local time whatever the path says.
+    EXPECT_EQ(rows[3][1], "12:00:00.000 local");
+
+    // The real containers and inputs built to hurt: every row has twenty fields.
+    std::vector<std::string> inputs;
+    if (!real_fixtures_dir().empty()) {
+        for (const char* name : {"Content.IE5", "History.IE5", "deleted"})
+            inputs.push_back(real_fixtures_dir() + "/" + name + "/index.dat");
+    }
+    std::string grid(4096, '\0');
+    for (size_t block = 0; block < 32; ++block) grid.replace(block * 128, 4, block % 2 ? "LEAK" : "REDR");
+    ASSERT_TRUE(write_file(dir.file("grid.bin"), grid));
+    inputs.push_back(dir.file("grid.bin"));
+    for (const std::string& input : inputs) {
+        for (const char* separator : {",", "|", "tab"}) {
+            const run_result each = run_ravel({"-complete", "-csv_separator", separator, "-f", input});
+            const char sep = separator[0] == 't' ? '\t' : separator[0];
+            for (const record& r : read_csv(after_preamble(each.out), sep)) EXPECT_EQ(r.size(), 20u) << input;
+        }
+    }
+}
+
+TEST(CompleteE2E, TheRealDeletedContainerTellsItsFreeBlocks) {
+    RAVEL_NEEDS(real_fixtures_dir().empty() ? "../shared/fixtures/real is absent" : "");
+    const run_result run = run_ravel({"-complete", "-f", "deleted/index.dat"}, "", {}, real_fixtures_dir());
+    ASSERT_EQ(run.status, 0);
+    size_t free_blocks = 0, unlisted = 0, rows = 0;
+    for (const record& r : complete_rows(run)) {
+        if (r[18] == "allocated") continue;
+        ++rows;
+        free_blocks += r[18] == "no";
+        unlisted += r[19] == "no";
+        if (r[18] == "yes") {
+            EXPECT_EQ(r[19], "yes") << r[17];  // every live entry is in the chain
+        }
+    }
+    EXPECT_EQ(rows, 18u);
+    EXPECT_EQ(free_blocks, 11u);
+    EXPECT_EQ(unlisted, 5u);
+}
+
+TEST(CompleteE2E, FormsWithoutASeparatorAreRefused) {
+    for (const char* form : {"-xml", "-multiline"}) {
+        const run_result run = run_ravel({"-complete", form, "-f", "whatever"});
+        EXPECT_EQ(run.status, 255);
+        EXPECT_EQ(run.err, "-complete needs a column separator: it is not offered with -xml or -multiline\n");
+        EXPECT_EQ(run.out.rfind("ravel ver:", 0), 0u);
+    }
+}

@@ -2,11 +2,13 @@
 // `-vmdk`: every run must end with its own message and status, and leave its input as it was.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <string>
 #include <vector>
 
 #include "support/builder.h"
 #include "support/builder_vmdk.h"
+#include "support/needs.h"
 #include "support/run_ravel.h"
 
 using namespace testsupport;
@@ -110,4 +112,51 @@ TEST(HostileE2E, EveryRunEndsWithItsMessageAndLeavesItsInputAlone) {
         EXPECT_EQ(r.status, c.status);
         EXPECT_TRUE(read_file(path) == c.bytes) << "the input was changed";
     }
+}
+
+// Disks that claim far more than they hold end within seconds and small memory, with the message and
+// status they have always had: empty stretches are passed over unread, their percentage lines made
+// from positions.
+TEST(HostileE2E, HugeOrLoopingDisksEndQuickly) {
+    temp_dir dir;
+    // A header that claims 2^40 sectors (512 TiB) over one table of nothing.
+    byte_image claims = sparse_vmdk(64 * 1024).image();
+    claims.u64(vmdk::capacity, uint64_t{1} << 40);
+    // 1 TiB whose second table and a grain of the first lie past the file's end.
+    sparse_vmdk past(uint64_t{1} << 40, 128, 512);
+    byte_image redr;
+    write_redr_entry(redr, 0, "http://v.example/");
+    byte_image tables_past = past.write(65536 * 3 + 128, redr.bytes()).directory_entry(1, 0x00FFFFF0u).image();
+    tables_past.u32(past.table_sector(0) * vmdk::sector + 4 * 5, 0x00FFFFF0u);
+    // Two disks, each the other's parent.
+    sparse_vmdk a(1 << 20), b(1 << 20);
+    a.cid("aaaaaaaa").parent_cid("bbbbbbbb").parent_hint("\"b.vmdk\"");
+    b.cid("bbbbbbbb").parent_cid("aaaaaaaa").parent_hint("\"a.vmdk\"");
+    ASSERT_TRUE(write_file(dir.file("claims.vmdk"), claims.bytes()) &&
+                write_file(dir.file("past.vmdk"), tables_past.bytes()) && a.save(dir.file("a.vmdk")) &&
+                b.save(dir.file("b.vmdk")));
+    std::vector<std::string> disks = {dir.file("claims.vmdk"), dir.file("past.vmdk"),
+                                      dir.file("a.vmdk") + " | " + dir.file("b.vmdk")};
+    const std::string qemu_missing = missing_tools({"qemu-img"}, "qemu-utils");
+    if (qemu_missing.empty() && std::system(("qemu-img create -q -f vmdk " + dir.file("empty.vmdk") + " 2T").c_str()) == 0)
+        disks.push_back(dir.file("empty.vmdk"));
+    const std::string success = long_erase + "success" + long_erase;
+    const std::string looped = "\nsuggested array: -vmdk \"" + disks[2] + "\"\n" + long_erase;
+    struct { std::string rows, err_end; int status; } const expected[] = {
+        {header_row, success, 0},
+        {header_row + with_path(row("REDR,http://v.example/,,,0,,0,"), disks[1]), success, 0},
+        {"", looped, 255},
+        {header_row, success, 0},
+    };
+    for (size_t i = 0; i < disks.size(); ++i) {
+        SCOPED_TRACE(disks[i]);
+        const bounded_result r = run_ravel_bounded({"-vmdk", disks[i]}, 90);
+        EXPECT_FALSE(r.killed);
+        EXPECT_LT(r.peak_kib, 128u * 1024);
+        EXPECT_EQ(r.status, expected[i].status);
+        EXPECT_EQ(after_preamble(r.out), expected[i].rows);
+        ASSERT_GE(r.err_tail.size(), expected[i].err_end.size());
+        EXPECT_EQ(r.err_tail.substr(r.err_tail.size() - expected[i].err_end.size()), expected[i].err_end);
+    }
+    RAVEL_NEEDS(qemu_missing);
 }

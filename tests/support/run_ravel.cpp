@@ -5,6 +5,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <sys/resource.h>
+
+#include <chrono>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -23,14 +27,12 @@ std::string real_fixtures_dir() {
     return stat(dir.c_str(), &st) == 0 && S_ISDIR(st.st_mode) ? dir : "";
 }
 
-// Standard input, output and error go through files, so no pipe can fill up and stall the child.
-run_result run_ravel(const std::vector<std::string>& args, const std::string& input,
-                     const std::vector<std::string>& env, const std::string& cwd, const std::string& stdout_path) {
-    temp_dir io;
-    const std::string in = io.file("in"), err = io.file("err");
-    const std::string out = stdout_path.empty() ? io.file("out") : stdout_path;
-    write_file(in, input);
+namespace {
 
+// Starts ravel with `args` (argv[0] added), TZ pinned to UTC and `env` added; standard input from
+// `in`, output to `out`, error to the descriptor `err`. Answers the child's pid, or -1.
+pid_t spawn(const std::vector<std::string>& args, const std::vector<std::string>& env, const std::string& cwd,
+            const std::string& in, const std::string& out, int err) {
     std::vector<std::string> argv_text = {ravel_binary()};
     argv_text.insert(argv_text.end(), args.begin(), args.end());
     std::map<std::string, std::string> vars;  // name -> "name=value"; later settings win
@@ -48,23 +50,72 @@ run_result run_ravel(const std::vector<std::string>& args, const std::string& in
         return p;
     };
     std::vector<char*> argv = pointers(argv_text), envp = pointers(env_text);
-
-    run_result result;
     pid_t pid = fork();
     if (pid == 0) {
-        int fds[3] = {open(in.c_str(), O_RDONLY), open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600),
-                      open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600)};
+        int fds[3] = {open(in.c_str(), O_RDONLY), open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), err};
         for (int i = 0; i < 3; ++i) dup2(fds[i], i);
         if (!cwd.empty() && chdir(cwd.c_str()) != 0) _exit(126);
         execve(argv[0], argv.data(), envp.data());
         _exit(127);
     }
+    return pid;
+}
+
+int status_of(int wstatus) {
+    if (WIFEXITED(wstatus)) return WEXITSTATUS(wstatus);
+    return WIFSIGNALED(wstatus) ? 128 + WTERMSIG(wstatus) : -1;
+}
+
+}  // namespace
+
+// Standard input, output and error go through files, so no pipe can fill up and stall the child.
+run_result run_ravel(const std::vector<std::string>& args, const std::string& input,
+                     const std::vector<std::string>& env, const std::string& cwd, const std::string& stdout_path) {
+    temp_dir io;
+    const std::string in = io.file("in"), err = io.file("err");
+    const std::string out = stdout_path.empty() ? io.file("out") : stdout_path;
+    write_file(in, input);
+    const int err_fd = open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    const pid_t pid = spawn(args, env, cwd, in, out, err_fd);
+    close(err_fd);
+    run_result result;
     int wstatus = 0;
     if (pid < 0 || waitpid(pid, &wstatus, 0) < 0) return result;
-    if (WIFEXITED(wstatus)) result.status = WEXITSTATUS(wstatus);
-    if (WIFSIGNALED(wstatus)) result.status = 128 + WTERMSIG(wstatus);
+    result.status = status_of(wstatus);
     if (stdout_path.empty()) result.out = read_file(out);
     result.err = read_file(err);
+    return result;
+}
+
+bounded_result run_ravel_bounded(const std::vector<std::string>& args, int seconds) {
+    temp_dir io;
+    const std::string in = io.file("in"), out = io.file("out");
+    write_file(in, "");
+    int pipe_fds[2];
+    bounded_result result;
+    if (pipe(pipe_fds) != 0) return result;
+    const pid_t pid = spawn(args, {}, "", in, out, pipe_fds[1]);
+    close(pipe_fds[1]);
+    if (pid < 0) return result;
+    // Standard error is drained as it comes: a huge empty disk prints gigabytes of percentage lines.
+    const auto start = std::chrono::steady_clock::now();
+    std::vector<char> chunk(1 << 16);
+    for (ssize_t got; (got = read(pipe_fds[0], chunk.data(), chunk.size())) > 0;) {
+        result.err_bytes += static_cast<uint64_t>(got);
+        result.err_tail.append(chunk.data(), static_cast<size_t>(got));
+        if (result.err_tail.size() > 4096) result.err_tail.erase(0, result.err_tail.size() - 4096);
+        if (std::chrono::steady_clock::now() - start > std::chrono::seconds(seconds) && !result.killed) {
+            kill(pid, SIGKILL);
+            result.killed = true;
+        }
+    }
+    close(pipe_fds[0]);
+    int wstatus = 0;
+    rusage usage{};
+    if (wait4(pid, &wstatus, 0, &usage) != pid) return result;
+    result.status = status_of(wstatus);
+    result.peak_kib = static_cast<uint64_t>(usage.ru_maxrss);
+    result.out = read_file(out);
     return result;
 }
 

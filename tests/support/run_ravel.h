@@ -1,5 +1,6 @@
 // Runs the built ravel binary as a child process, for end-to-end tests.
 #pragma once
+#include <cstdint>
 #include <string>
 #include <utility>
 #include <vector>
@@ -19,6 +20,18 @@ struct run_result {
 run_result run_ravel(const std::vector<std::string>& args, const std::string& input = "",
                      const std::vector<std::string>& env = {}, const std::string& cwd = "",
                      const std::string& stdout_path = "");
+
+// A run watched for its cost: standard error is only counted and its end kept, the child is killed
+// after `seconds` (a hang guard, not a measure), and its peak resident memory is taken.
+struct bounded_result {
+    std::string out;
+    std::string err_tail;    // the last 4 KiB of standard error
+    uint64_t err_bytes = 0;
+    int status = -1;
+    uint64_t peak_kib = 0;
+    bool killed = false;
+};
+bounded_result run_ravel_bounded(const std::vector<std::string>& args, int seconds);
 
 // Path of the built ravel binary.
 std::string ravel_binary();

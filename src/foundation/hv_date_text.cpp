@@ -54,6 +54,25 @@ char* put_digits(char* p, uint64_t value, int width) {
 
 bool holds(const std::string& s, const char* word) { return s.find(word) != npos; }
 
+tm tm_of(const hv::time_fields& f) {
+    tm t{};
+    t.tm_mon = f.month - 1;
+    t.tm_mday = f.day;
+    t.tm_year = f.year - 1900;
+    t.tm_hour = f.hour;
+    t.tm_min = f.minute;
+    t.tm_sec = f.second;
+    return t;
+}
+
+std::string locale_date(const std::locale& loc, const tm& t) {
+    std::ostringstream os;
+    os.imbue(loc);
+    std::use_facet<std::time_put<char>>(loc).put(std::ostreambuf_iterator<char>(os), os, ' ', &t, 'x');
+    return os.str();
+}
+
+
 // Count of characters from the first "xxx" to the last x, or 0 without "xxx".
 size_t fraction_digits(const std::string& time_template) {
     const size_t first = time_template.find("xxx");
@@ -267,17 +286,7 @@ void format_date_time_in_locale(std::string& date_text, std::string& time_text, 
     const hv::time_fields& f = t.fields;
     char buf[30];
     if (date_locale) {
-        struct tm tm {};
-        tm.tm_mon = f.month - 1;
-        tm.tm_mday = f.day;
-        tm.tm_year = f.year - 1900;
-        tm.tm_hour = f.hour;
-        tm.tm_min = f.minute;
-        tm.tm_sec = f.second;
-        std::ostringstream os;
-        os.imbue(*date_locale);
-        std::use_facet<std::time_put<char>>(*date_locale).put(std::ostreambuf_iterator<char>(os), os, ' ', &tm, 'x');
-        date_text = os.str();
+        date_text = locale_date(*date_locale, tm_of(f));
     } else if (short_year) {
         const int year = f.year < 2000 ? f.year - 1900 : f.year - 2000;
         std::snprintf(buf, sizeof buf, "%02d-%02d-%02d", year, f.month, f.day);
@@ -485,24 +494,6 @@ constexpr uint64_t ticks_2999 = 441166176000000000ull;
 bool plain_filetime(uint64_t t) {
     return (t >= ticks_1900 && t < hv::unix_epoch_ticks) ||
            (t >= hv::unix_epoch_ticks + hv::ticks_per_second && t < ticks_2999);
-}
-
-tm tm_of(const hv::time_fields& f) {
-    tm t{};
-    t.tm_mon = f.month - 1;
-    t.tm_mday = f.day;
-    t.tm_year = f.year - 1900;
-    t.tm_hour = f.hour;
-    t.tm_min = f.minute;
-    t.tm_sec = f.second;
-    return t;
-}
-
-std::string locale_date(const std::locale& loc, const tm& t) {
-    std::ostringstream os;
-    os.imbue(loc);
-    std::use_facet<std::time_put<char>>(loc).put(std::ostreambuf_iterator<char>(os), os, ' ', &t, 'x');
-    return os.str();
 }
 
 }  // namespace

@@ -134,12 +134,11 @@ void file_image::unmap() {
     map_length_ = 0;
 }
 
-bool file_image::read(uint64_t offset, uint8_t* buffer, size_t length) {
-    if (fd_ == -1) return false;
+bool read_descriptor(int fd, uint64_t size, uint64_t offset, uint8_t* buffer, size_t length) {
     size_t done = 0;
-    while (done < length && offset + done < size_) {
-        const size_t want = static_cast<size_t>(std::min<uint64_t>(length - done, size_ - (offset + done)));
-        const ssize_t got = pread(fd_, buffer + done, want, static_cast<off_t>(offset + done));
+    while (done < length && offset + done < size) {
+        const size_t want = static_cast<size_t>(std::min<uint64_t>(length - done, size - (offset + done)));
+        const ssize_t got = pread(fd, buffer + done, want, static_cast<off_t>(offset + done));
         if (got < 0 && errno == EINTR) continue;
         if (got < 0) return false;
         if (got == 0) break;  // shorter than it was: the rest reads as zeros
@@ -147,6 +146,10 @@ bool file_image::read(uint64_t offset, uint8_t* buffer, size_t length) {
     }
     std::memset(buffer + done, 0, length - done);
     return true;
+}
+
+bool file_image::read(uint64_t offset, uint8_t* buffer, size_t length) {
+    return fd_ != -1 && read_descriptor(fd_, size_, offset, buffer, length);
 }
 
 const uint8_t* file_image::view(uint64_t offset, size_t length) {

@@ -87,5 +87,8 @@ private:
     uint64_t hole_begin_ = 0, data_begin_ = 0, data_end_ = 0;
 };
 
+// `length` bytes at `offset` of a descriptor whose bytes end at `size`, the rest zeros; false on a read error.
+bool read_descriptor(int fd, uint64_t size, uint64_t offset, uint8_t* buffer, size_t length);
+
 // Reads through `image` into `scratch` unless the image lends the bytes; null when they can't be had.
 const uint8_t* view_or_read(image_reader& image, uint64_t offset, size_t length, std::vector<uint8_t>& scratch);

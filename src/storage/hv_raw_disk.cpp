@@ -134,18 +134,7 @@ bool RAW_DISK_IO::read(uint64_t offset, uint8_t* buffer, size_t length) {
         }
         return true;
     }
-    if (kind != kind_device) return false;
-    size_t done = 0;
-    while (done < length && offset + done < byte_count) {
-        const size_t want = static_cast<size_t>(std::min<uint64_t>(length - done, byte_count - (offset + done)));
-        const ssize_t got = pread(fd, buffer + done, want, static_cast<off_t>(offset + done));
-        if (got < 0 && errno == EINTR) continue;
-        if (got < 0) return false;
-        if (got == 0) break;
-        done += static_cast<size_t>(got);
-    }
-    std::memset(buffer + done, 0, length - done);
-    return true;
+    return kind == kind_device && read_descriptor(fd, byte_count, offset, buffer, length);
 }
 
 const uint8_t* RAW_DISK_IO::view(uint64_t offset, size_t length) {

@@ -96,36 +96,42 @@ TEST(Container, HashWalkFollowsTheChainAndFindsGaps) {
 // The lossless report's questions: a bit or a slot says "yes", a bit or a chain read whole says "no",
 // and whatever can't be read says nothing, whatever the header claims.
 TEST(Container, AllocationAndHashListingSayOnlyWhatTheContainerHolds) {
-    const uint32_t live = 0x4000, deleted = 0x4200, leaked = 0x4400, unlisted = 0x4600;
+    // `reused` is a live entry written into the third block of the deleted four-block entry `old`
+    const uint32_t live = 0x4000, deleted = 0x4200, leaked = 0x4400, unlisted = 0x4600, old = 0x4800,
+                   reused = 0x4900;
     auto build = [&](uint32_t blocks, uint32_t first_hash, uint32_t next) {
         byte_image image(0x5000);
         write_container_header(image, {"DIR00001"}, first_hash);
         image.u32(28, 0x5000).u32(36, blocks);
-        for (uint32_t at : {live, unlisted}) image.u8(0x250 + (at - 0x4000) / 128 / 8, 1u << ((at - 0x4000) / 128 % 8));
+        for (uint32_t at : {live, unlisted, reused}) image.u8(0x250 + (at - 0x4000) / 128 / 8, 1u << ((at - 0x4000) / 128 % 8));
         url_entry e;
         e.url = "http://a/";
         for (uint32_t at : {live, deleted, unlisted}) write_url_entry(image, at, e);
+        e.blocks = 4;
+        write_url_entry(image, old, e);
+        e.blocks = url_entry::automatic;
+        write_url_entry(image, reused, e);
         e.signature = "LEAK";
         write_url_entry(image, leaked, e);
-        write_hash_block(image, 0x800, {{1, live}, {1, deleted}, {3, leaked}}, next);
+        write_hash_block(image, 0x800, {{1, live}, {1, deleted}, {3, leaked}, {1, reused}}, next);
         return image;
     };
     struct { const char* name; uint32_t blocks, first_hash, next; std::string answers; } cases[] = {
-        // live, deleted, leaked, unlisted: "allocated hash-listed", with "?" for nothing known
-        {"a chain read whole", 32, 0x800, 0, "11 01 01 10"},
-        {"no chain at all", 32, 0, 0, "1? 0? 0? 1?"},
-        {"a chain that loops", 32, 0x800, 0x800, "11 01 01 1?"},
-        {"a chain that ends at a block that isn't one", 32, 0x800, 0x900, "11 01 01 1?"},
-        {"a chain that points past the file", 32, 0x800, 0x7000, "11 01 01 1?"},
-        {"a bitmap that ends inside the entries", 8, 0x800, 0, "11 01 ?1 ?0"},
-        {"a bitmap that claims more blocks than the file holds", 0xFFFFFFF0u, 0x800, 0, "11 01 01 10"},
+        // live, deleted, leaked, unlisted, old, reused: "allocated hash-listed", with "?" for nothing known
+        {"a chain read whole", 32, 0x800, 0, "11 01 01 10 00 11"},
+        {"no chain at all", 32, 0, 0, "1? 0? 0? 1? 0? 1?"},
+        {"a chain that loops", 32, 0x800, 0x800, "11 01 01 1? 0? 11"},
+        {"a chain that ends at a block that isn't one", 32, 0x800, 0x900, "11 01 01 1? 0? 11"},
+        {"a chain that points past the file", 32, 0x800, 0x7000, "11 01 01 1? 0? 11"},
+        {"a bitmap that ends inside the entries", 8, 0x800, 0, "11 01 ?1 ?0 ?0 ?1"},
+        {"a bitmap that claims more blocks than the file holds", 0xFFFFFFF0u, 0x800, 0, "11 01 01 10 00 11"},
     };
     for (const auto& c : cases) {
         byte_image image = build(c.blocks, c.first_hash, c.next);
         container_facts facts;
         ASSERT_TRUE(facts.read(image.data(), static_cast<uint32_t>(image.size()))) << c.name;
         std::string answers;
-        for (uint32_t at : {live, deleted, leaked, unlisted}) {
+        for (uint32_t at : {live, deleted, leaked, unlisted, old, reused}) {
             const char* mark = "?01";
             if (!answers.empty()) answers += ' ';
             answers += mark[facts.allocated(at) + 1];

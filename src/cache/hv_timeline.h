@@ -1,0 +1,46 @@
+// The timeline forms of the report (-timeline): a body file for the Sleuth Kit's mactime, one line
+// per entry, and JSON Lines, one event per set stamp of an entry. Rows come with the lossless decoding.
+#pragma once
+#include <cstddef>
+#include <cstdint>
+#include <ostream>
+#include <vector>
+
+#include "cache/hv_activity.h"
+#include "cache/hv_report.h"
+#include "cmdline/hv_cmd_params.h"
+
+// One set stamp of a row, as an instant.
+struct timeline_stamp {
+    enum which : uint8_t { last_modified, last_access, expires, last_sync };
+    which kind;
+    bool local;     // its calendar was read as the local time of TZ
+    int64_t ticks;  // the instant, in 100 ns since 1601-01-01 UTC
+};
+
+// The row's set stamps in the report's column order, by the report's rules: those that the report
+// shows as a date, and only those. Answers how many were set.
+size_t timeline_stamps(const activity_record& row, timeline_stamp (&out)[4]);
+
+// `text` as a JSON string with its quotes, at `out`, which has room for 6 * size + 2 bytes; answers the
+// end. Valid UTF-8 is copied; each byte of anything else is written as the code point of its value, so
+// that no byte is lost and the text stays valid.
+char* put_json_string(char* out, const char* text, size_t size);
+
+// The timeline forms of rows; its buffers keep their storage from row to row.
+class timeline_writer {
+public:
+    explicit timeline_writer(timeline_form form) : form_(form) {}
+    // The row's line (body) or lines (jsonl: one per set stamp, none without one).
+    void write(std::ostream& out, const activity_record& row);
+
+private:
+    void put_name(const activity_record& row);
+    void put_jsonl_members(const activity_record& row);
+
+    timeline_form form_;
+    row_buffer name_;  // the entry's one-line description: the body file's name, the events' message
+    row_buffer line_;
+    std::vector<char> members_;  // jsonl: what all events of an entry share
+    size_t members_size_ = 0;
+};

@@ -163,15 +163,18 @@ char* put_json_escape(char* out, unsigned char c) {
     return out;
 }
 
-// A body line's field: "|" would end the field and a line end the line.
+// A body line's field: "|" would end the field and a line end the line. mactime decodes every "%"
+// and two hex digits, so "%" itself is escaped too, for the name to come out of it as stored.
 void put_body_text(row_buffer& line, const char* text, size_t size) {
     size_t from = 0;
     for (size_t i = 0; i < size; ++i) {
         const char c = text[i];
-        if (c != '|' && c != '\r' && c != '\n') continue;
+        if (c != '|' && c != '%' && c != '\r' && c != '\n') continue;
         line.put(text + from, i - from);
         if (c == '|')
             put_literal(line, "%7C");
+        else if (c == '%')
+            put_literal(line, "%25");
         else
             line.put(' ');
         from = i + 1;

@@ -35,6 +35,14 @@ char* put_digits(char* out, unsigned value, int width) {
 
 // ---- stamps -------------------------------------------------------------------------------------
 
+// One set stamp of a row, as an instant.
+struct timeline_stamp {
+    enum which : uint8_t { last_modified, last_access, expires, last_sync };
+    which kind;
+    bool local;     // its calendar was read as the local time of TZ
+    int64_t ticks;  // the instant, in 100 ns since 1601-01-01 UTC
+};
+
 // The report shows a stamp when the time value takes it for a date: the same tests, the whole time
 // value built only where the zone may decide.
 bool filetime_date(uint64_t raw, uint64_t& ticks) {
@@ -75,6 +83,25 @@ int64_t unix_seconds(int64_t ticks) {
     const int64_t since = ticks - static_cast<int64_t>(hv::unix_epoch_ticks);
     const int64_t per_second = static_cast<int64_t>(hv::ticks_per_second);
     return since / per_second - (since % per_second < 0 ? 1 : 0);
+}
+
+// The row's set stamps in the report's column order, by the report's rules: those the report shows
+// as a date, and only those.
+size_t timeline_stamps(const activity_record& row, timeline_stamp (&out)[4]) {
+    size_t count = 0;
+    auto add = [&](timeline_stamp::which kind, uint64_t ticks, bool local) {
+        int64_t instant = static_cast<int64_t>(ticks);
+        if (local && !local_instant(ticks, instant)) return;
+        out[count++] = {kind, local, instant};
+    };
+    uint64_t ticks = 0;
+    if (filetime_date(row.last_modified, ticks)) add(timeline_stamp::last_modified, ticks, row.is_local_time);
+    // Only a LEAK row falls back on its DOS access stamp, and only when the FILETIME is unset.
+    if (row.last_access != 0 ? filetime_date(row.last_access, ticks) : row.is_leak && dos_date(row.second_stamp, ticks))
+        add(timeline_stamp::last_access, ticks, false);
+    if (dos_date(row.expires, ticks)) add(timeline_stamp::expires, ticks, false);
+    if (dos_date(row.last_sync, ticks)) add(timeline_stamp::last_sync, ticks, false);
+    return count;
 }
 
 // "2015-03-02T08:30:00.250Z".
@@ -196,23 +223,6 @@ size_t type_size(const activity_record& row) {
 
 }  // namespace
 
-size_t timeline_stamps(const activity_record& row, timeline_stamp (&out)[4]) {
-    size_t count = 0;
-    auto add = [&](timeline_stamp::which kind, uint64_t ticks, bool local) {
-        int64_t instant = static_cast<int64_t>(ticks);
-        if (local && !local_instant(ticks, instant)) return;
-        out[count++] = {kind, local, instant};
-    };
-    uint64_t ticks = 0;
-    if (filetime_date(row.last_modified, ticks)) add(timeline_stamp::last_modified, ticks, row.is_local_time);
-    // Only a LEAK row falls back on its DOS access stamp, and only when the FILETIME is unset.
-    if (row.last_access != 0 ? filetime_date(row.last_access, ticks) : row.is_leak && dos_date(row.second_stamp, ticks))
-        add(timeline_stamp::last_access, ticks, false);
-    if (dos_date(row.expires, ticks)) add(timeline_stamp::expires, ticks, false);
-    if (dos_date(row.last_sync, ticks)) add(timeline_stamp::last_sync, ticks, false);
-    return count;
-}
-
 char* put_json_string(char* out, const char* text, size_t size) {
     const unsigned char* bytes = reinterpret_cast<const unsigned char*>(text);
     *out++ = '"';
@@ -286,7 +296,8 @@ void timeline_writer::put_name(const activity_record& row) {
 void timeline_writer::put_jsonl_members(const activity_record& row) {
     static const char* const kinds[] = {"unknown", "unknown", "history", "daily_history", "browser_cache", "cookies", "temp"};
     const std::string* texts[] = {&row.url, &row.user, &row.file_name, &row.directory, &row.http_header, &row.source_file};
-    size_t most = name_.size() + 256;  // the names, numbers and words around the texts
+    // A byte takes at most six in JSON ("\u00XX"); 256 for the member names, numbers and words.
+    size_t most = name_.size() + 256;
     for (const std::string* text : texts) most += text->size();
     if (members_.size() < 6 * most) members_.resize(6 * most);
 

@@ -10,18 +10,6 @@
 #include "cache/hv_report.h"
 #include "cmdline/hv_cmd_params.h"
 
-// One set stamp of a row, as an instant.
-struct timeline_stamp {
-    enum which : uint8_t { last_modified, last_access, expires, last_sync };
-    which kind;
-    bool local;     // its calendar was read as the local time of TZ
-    int64_t ticks;  // the instant, in 100 ns since 1601-01-01 UTC
-};
-
-// The row's set stamps in the report's column order, by the report's rules: those that the report
-// shows as a date, and only those. Answers how many were set.
-size_t timeline_stamps(const activity_record& row, timeline_stamp (&out)[4]);
-
 // `text` as a JSON string with its quotes, at `out`, which has room for 6 * size + 2 bytes; answers the
 // end. Valid UTF-8 is copied; each byte of anything else is written as the code point of its value, so
 // that no byte is lost and the text stays valid.

@@ -69,8 +69,8 @@ public:
     explicit json_line(const std::string& line) : s_(line) {}
 
     bool read(json_object& object) {
-        for (size_t i = 0; i < s_.size(); i += std::max<size_t>(1, utf8_char(s_, i)))
-            if (utf8_char(s_, i) == 0) return false;
+        for (size_t i = 0, n; i < s_.size(); i += n)
+            if ((n = utf8_char(s_, i)) == 0) return false;
         if (!take('{')) return false;
         do {
             std::string name;
@@ -103,28 +103,22 @@ private:
             const std::string simple = "\"\\/bfnrt", meaning = "\"\\/\b\f\n\r\t";
             if (simple.find(e) != std::string::npos) {
                 out += meaning[simple.find(e)];
-            } else if (e == 'u' && i_ + 4 <= s_.size()) {
-                const unsigned point = static_cast<unsigned>(std::stoul(s_.substr(i_, 4), nullptr, 16));
+            } else if (e == 'u' && s_.compare(i_, 2, "00") == 0 && i_ + 4 <= s_.size()) {  // only these are written
+                out += static_cast<char>(std::stoi(s_.substr(i_ + 2, 2), nullptr, 16));
                 i_ += 4;
-                if (point >= 0x800 || (point >= 0xD800 && point <= 0xDFFF)) return false;  // none are written
-                if (point < 0x80) {
-                    out += static_cast<char>(point);
-                } else {
-                    out += static_cast<char>(0xC0 | point >> 6);
-                    out += static_cast<char>(0x80 | (point & 0x3F));
-                }
             } else {
                 return false;
             }
         }
         return take('"');
     }
+    // true, false, null or a number; every number here is whole.
     bool word(std::string& out) {
-        const size_t from = i_;
-        while (i_ < s_.size() && std::string("-+.eE0123456789truefalsn").find(s_[i_]) != std::string::npos) ++i_;
-        out = s_.substr(from, i_ - from);
-        if (out == "true" || out == "false" || out == "null") return true;
-        return !out.empty() && out.find_first_not_of("0123456789") == std::string::npos;  // all numbers here are whole
+        const size_t end = std::min(s_.find_first_of(",}", i_), s_.size());
+        out = s_.substr(i_, end - i_);
+        i_ = end;
+        return out == "true" || out == "false" || out == "null" ||
+               (!out.empty() && out.find_first_not_of("0123456789") == std::string::npos);
     }
 
     const std::string& s_;

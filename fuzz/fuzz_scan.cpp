@@ -1,7 +1,7 @@
 // Entry decoding and the signature walk over arbitrary bytes, on each road, to the report rows:
 // the file road (whole, or in chunks past 16 MiB: the input's bytes are repeated to get there when
 // its first byte says so, one input in 16), the device road, and decode_entry_at at the buffer's first byte (which
-// the walk never looks at).
+// the walk never looks at); some inputs as a timeline.
 #include <cstdint>
 #include <sstream>
 #include <vector>
@@ -16,6 +16,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     cmd_opts opts;
     opts.current_file = "fuzz/Temporary Internet Files/index.dat";
     opts.scan_bad_header = true;
+    // One input in four is read for a timeline, by its last byte: the lossless decoding, its texts into JSON.
+    const uint8_t form = size > 0 ? data[size - 1] & 7 : 0;
+    if (form == 1 || form == 2) {
+        opts.complete_report = true;
+        opts.timeline = form == 1 ? timeline_form::body : timeline_form::jsonl;
+    }
     std::ostringstream out;
     input_scan scan(out, opts);
 

@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "cache/hv_timeline.h"
 #include "cmdline/hv_cmd_params.h"
 #include "foundation/hv_date_text.h"
 #include "foundation/hv_time.h"
@@ -238,7 +239,11 @@ void write_activity_row(const activity_record& row, std::ostream& out, const cmd
 }
 
 report_writer::report_writer(std::ostream& out, cmd_opts& opts)
-    : out_(out), opts_(opts), stamps_(opts.date_format, opts.time_format, opts.use_locale_format), csv_(opts.separator) {}
+    : out_(out), opts_(opts), stamps_(opts.date_format, opts.time_format, opts.use_locale_format), csv_(opts.separator) {
+    if (opts.timeline != timeline_form::none) timeline_.reset(new timeline_writer(opts.timeline));
+}
+
+report_writer::~report_writer() = default;
 
 void report_writer::write_header_if_pending() {
     if (opts_.header_pending && opts_.show_rows) {
@@ -248,6 +253,11 @@ void report_writer::write_header_if_pending() {
 }
 
 void report_writer::write_row(const activity_record& row) {
+    if (timeline_) {
+        timeline_->write(out_, row);
+        out_.flush();
+        return;
+    }
     write_header_if_pending();
     ++number_;
     if (!opts_.show_rows) {

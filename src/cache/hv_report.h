@@ -2,6 +2,7 @@
 #pragma once
 #include <cstdint>
 #include <cstring>
+#include <memory>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -10,6 +11,7 @@
 #include "foundation/hv_date_text.h"
 
 class cmd_opts;
+class timeline_writer;
 
 // The column names, each followed by the separator but the last, then a line end.
 void write_header_row(std::ostream& out, const cmd_opts& opts);
@@ -57,10 +59,12 @@ private:
 };
 
 // The rows of a run, each written to the report stream in one piece as it comes; the header row
-// goes ahead of the first, or at the end of the first input when that had none.
+// goes ahead of the first, or at the end of the first input when that had none. With -timeline, each
+// row is written in the timeline's form instead.
 class report_writer {
 public:
     report_writer(std::ostream& out, cmd_opts& opts);
+    ~report_writer();
 
     void write_row(const activity_record& row);
     bool ok() const { return !out_.bad(); }
@@ -75,5 +79,6 @@ private:
     stamp_formatter stamps_;
     row_buffer line_;
     csv_fields csv_;
+    std::unique_ptr<timeline_writer> timeline_;  // null without -timeline
     uint64_t number_ = 0;  // of the row in its input, for the note columns
 };

@@ -110,4 +110,5 @@ void cmd_opts::clear() {
     have_admin = false;
     cache_category = 1;
     complete_report = false;
+    timeline = timeline_form::none;
 }

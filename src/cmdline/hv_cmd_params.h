@@ -11,6 +11,8 @@
 #include "foundation/hv_date_text.h"  // date_layout
 #include "input/hv_name_filter.h"
 
+// -timeline: the report is a timeline of the entries' stamps instead of rows.
+enum class timeline_form : uint8_t { none, body, jsonl };
 
 class cmd_params {
 public:
@@ -109,4 +111,5 @@ public:
     bool have_admin;  // nothing sets it: a -partition run ends at its message
     uint32_t cache_category;
     bool complete_report;  // -complete: whole entries, every field's bytes, three more columns
+    timeline_form timeline;
 };

@@ -138,7 +138,7 @@ int run_driver(int argc, const char* const* argv) {
         }
     }
     std::ostream& out = file_report ? *file_report : std::cout;
-    out << report_preamble.str() << '\n';
+    if (opts.timeline == timeline_form::none) out << report_preamble.str() << '\n';  // a timeline is the whole report
 
     opts.use_locale_format = take_flag("-locale", args);
     opts.scan_bad_header = true;  // every file is scanned, whatever its first bytes

@@ -500,6 +500,19 @@ bool parse_options(cmd_opts& o, arg_list& args) {
             return false;
         }
     }
+    // A timeline takes the lossless decoding and no separator; it has no header row.
+    if (take_option("-timeline", value, args)) {
+        if (value == "body") {
+            o.timeline = timeline_form::body;
+        } else if (value == "jsonl") {
+            o.timeline = timeline_form::jsonl;
+        } else {
+            message("invalid -timeline form: " + value + ", use body or jsonl\n");
+            return false;
+        }
+        o.complete_report = true;
+        o.header_pending = false;
+    }
 
     parse_date_time_format(&o.date_layout, o.date_format, o.time_format, o.pair_datetime);
     read_host_product_version(o);

@@ -484,20 +484,6 @@ bool parse_time_text(const char* text, uint32_t* hour, uint32_t* minute, double*
 
 // ---- report stamps ---------------------------------------------------------------------------------
 
-namespace {
-
-// FILETIMEs whose validity can't hang on the zone: from 1900 up to 1970, and from the second second
-// of 1970 up to 2999. Near 3000 the zone of the run decides, and such stamps take the whole road.
-constexpr uint64_t ticks_1900 = 94354848000000000ull;
-constexpr uint64_t ticks_2999 = 441166176000000000ull;
-
-bool plain_filetime(uint64_t t) {
-    return (t >= ticks_1900 && t < hv::unix_epoch_ticks) ||
-           (t >= hv::unix_epoch_ticks + hv::ticks_per_second && t < ticks_2999);
-}
-
-}  // namespace
-
 stamp_formatter::stamp_formatter(const std::string& date_template, const std::string& time_template,
                                  bool use_locale)
     : date_template_(date_template),
@@ -610,7 +596,7 @@ bool stamp_formatter::date_of_day(uint64_t day, texts& out) {
 
 bool stamp_formatter::filetime(uint64_t ticks, texts& out) {
     // Stamps of these years are dates in every zone: the calendar is all that is needed.
-    if (!plain_filetime(ticks) || !dates_by_day_ || !date_of_day(ticks / hv::ticks_per_day, out))
+    if (!hv::plain_date(ticks) || !dates_by_day_ || !date_of_day(ticks / hv::ticks_per_day, out))
         return full(hv::time(ticks, hv::kind_filetime), out);
     hv::time_fields f;
     const uint64_t second_of_day = ticks % hv::ticks_per_day / hv::ticks_per_second;

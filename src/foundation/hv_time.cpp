@@ -209,11 +209,8 @@ bool time::set_filetime(int64_t ticks) {
     return valid;
 }
 
-bool time::set_from_dos(const dos_pair* pair, bool as_utc) {
-    clear();
-    if (!pair) return false;
-    struct tm tm {};
-    const unsigned date = pair->date_word, clock = pair->time_word;
+bool dos_to_tm(const dos_pair& pair, struct tm& tm) {
+    const unsigned date = pair.date_word, clock = pair.time_word;
     tm.tm_mday = static_cast<int>(date & 31);
     if (tm.tm_mday == 0) return false;
     tm.tm_mon = static_cast<int>((date >> 5) & 15) - 1;
@@ -224,7 +221,13 @@ bool time::set_from_dos(const dos_pair* pair, bool as_utc) {
     tm.tm_min = static_cast<int>((clock >> 5) & 63);
     if (tm.tm_min >= 60) return false;
     tm.tm_hour = static_cast<int>(clock >> 11);
-    if (tm.tm_hour >= 24) return false;
+    return tm.tm_hour < 24;
+}
+
+bool time::set_from_dos(const dos_pair* pair, bool as_utc) {
+    clear();
+    struct tm tm {};
+    if (!pair || !dos_to_tm(*pair, tm)) return false;
     // A day such as February 31 carries into March through tm_to_filetime.
     return set_from_tm(&tm, 0, as_utc);
 }
@@ -259,6 +262,13 @@ time& time::set_now() {
                            static_cast<uint64_t>(tv.tv_usec) * 10 + unix_epoch_ticks;
     set_value(static_cast<int64_t>(ticks), kind_filetime);
     return *this;
+}
+
+bool plain_date(uint64_t ticks) {
+    constexpr uint64_t ticks_1900 = ntp_epoch_ticks;
+    constexpr uint64_t ticks_2999 = 441166176000000000ull;
+    return (ticks >= ticks_1900 && ticks < unix_epoch_ticks) ||
+           (ticks >= unix_epoch_ticks + ticks_per_second && ticks < ticks_2999);
 }
 
 // Exact integer steps: the year is estimated from 365-day years and mended by at most one.

@@ -97,6 +97,13 @@ public:
     bool set_filetime(int64_t ticks);
 };
 
+// FILETIMEs whose validity can't hang on the zone: from 1900 up to 1970, and from the second second
+// of 1970 up to 2999. Near 3000 the zone of the run decides: only a whole time value can tell.
+bool plain_date(uint64_t ticks);
+// The calendar of a DOS pair, unchecked against the month's length; false when its words hold no
+// date and time.
+bool dos_to_tm(const dos_pair& pair, struct tm& out);
+
 bool filetime_to_fields(uint64_t ticks, time_fields* out);
 bool filetime_to_systemtime(uint64_t ticks, _windows_systemtime* out);
 bool filetime_to_dos(uint64_t ticks, dos_pair* out);

@@ -9,49 +9,14 @@
 #include "support/builder.h"
 #include "support/builder_vmdk.h"
 #include "support/needs.h"
+#include "support/read_csv.h"
 #include "support/run_ravel.h"
 
 using namespace testsupport;
 
 namespace {
 
-using record = std::vector<std::string>;
-
-// RFC 4180 records of a report: quoted fields may hold the separator, quotes (doubled) and line ends.
-std::vector<record> read_csv(const std::string& text, char separator = ',') {
-    std::vector<record> records;
-    record fields;
-    std::string field;
-    bool quoted = false, in_quotes = false;
-    for (size_t i = 0; i < text.size(); ++i) {
-        const char c = text[i];
-        if (in_quotes) {
-            if (c == '"' && i + 1 < text.size() && text[i + 1] == '"') {
-                field += '"';
-                ++i;
-            } else if (c == '"') {
-                in_quotes = false;
-            } else {
-                field += c;
-            }
-        } else if (c == '"' && field.empty() && !quoted) {
-            in_quotes = quoted = true;
-        } else if (c == separator) {
-            fields.push_back(field);
-            field.clear();
-            quoted = false;
-        } else if (c == '\n') {
-            fields.push_back(field);
-            records.push_back(fields);
-            fields.clear();
-            field.clear();
-            quoted = false;
-        } else {
-            field += c;
-        }
-    }
-    return records;
-}
+using record = csv_record;
 
 // The records of a -complete run's report, its header row first.
 std::vector<record> complete_rows(const run_result& run) { return read_csv(after_preamble(run.out)); }

@@ -1,0 +1,482 @@
+// -timeline: the -complete rows of an input as a body file for mactime (one line per entry) and as
+// JSON Lines (one event per set stamp), on every road.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "support/builder.h"
+#include "support/builder_vmdk.h"
+#include "support/needs.h"
+#include "support/read_csv.h"
+#include "support/run_ravel.h"
+
+using namespace testsupport;
+
+namespace {
+
+// ---- a small JSON reader: one object a line, of strings, numbers and the three words --------------
+
+// The length of the well-formed UTF-8 character at s[i], or 0.
+size_t utf8_char(const std::string& s, size_t i) {
+    const unsigned char lead = static_cast<unsigned char>(s[i]);
+    if (lead < 0x80) return 1;
+    const size_t n = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : lead >= 0xC0 ? 2 : 0;
+    if (n == 0 || i + n > s.size()) return 0;
+    uint32_t point = lead & (0x7Fu >> n);
+    for (size_t k = 1; k < n; ++k) {
+        const unsigned char next = static_cast<unsigned char>(s[i + k]);
+        if ((next & 0xC0) != 0x80) return 0;
+        point = point << 6 | (next & 0x3F);
+    }
+    static const uint32_t least[] = {0, 0, 0x80, 0x800, 0x10000};
+    return point < least[n] || point > 0x10FFFF || (point >= 0xD800 && point <= 0xDFFF) ? 0 : n;
+}
+
+// What a JSON string of `bytes` must decode to: UTF-8 kept, any other byte as the code point of its value.
+std::string as_code_points(const std::string& bytes) {
+    std::string out;
+    for (size_t i = 0; i < bytes.size();) {
+        const size_t n = utf8_char(bytes, i);
+        if (n != 0) {
+            out.append(bytes, i, n);
+            i += n;
+        } else {
+            const unsigned char c = static_cast<unsigned char>(bytes[i++]);
+            out += static_cast<char>(0xC0 | c >> 6);
+            out += static_cast<char>(0x80 | (c & 0x3F));
+        }
+    }
+    return out;
+}
+
+struct json_value {
+    bool is_string = false;
+    std::string text;  // a string decoded, or a number or word as written
+};
+using json_object = std::map<std::string, json_value>;
+
+// Reads a line that must be one flat object and valid UTF-8; false when it isn't.
+class json_line {
+public:
+    explicit json_line(const std::string& line) : s_(line) {}
+
+    bool read(json_object& object) {
+        for (size_t i = 0, n; i < s_.size(); i += n)
+            if ((n = utf8_char(s_, i)) == 0) return false;
+        if (!take('{')) return false;
+        do {
+            std::string name;
+            json_value value;
+            if (!string(name) || !take(':')) return false;
+            value.is_string = peek() == '"';
+            if (!(value.is_string ? string(value.text) : word(value.text))) return false;
+            if (!object.emplace(name, value).second) return false;
+        } while (take(','));
+        return take('}') && i_ == s_.size();
+    }
+
+private:
+    char peek() const { return i_ < s_.size() ? s_[i_] : '\0'; }
+    bool take(char c) {
+        if (peek() != c) return false;
+        ++i_;
+        return true;
+    }
+    bool string(std::string& out) {
+        if (!take('"')) return false;
+        while (i_ < s_.size() && s_[i_] != '"') {
+            const char c = s_[i_++];
+            if (static_cast<unsigned char>(c) < 0x20) return false;
+            if (c != '\\') {
+                out += c;
+                continue;
+            }
+            const char e = s_[i_++];
+            const std::string simple = "\"\\/bfnrt", meaning = "\"\\/\b\f\n\r\t";
+            if (simple.find(e) != std::string::npos) {
+                out += meaning[simple.find(e)];
+            } else if (e == 'u' && s_.compare(i_, 2, "00") == 0 && i_ + 4 <= s_.size()) {  // only these are written
+                out += static_cast<char>(std::stoi(s_.substr(i_ + 2, 2), nullptr, 16));
+                i_ += 4;
+            } else {
+                return false;
+            }
+        }
+        return take('"');
+    }
+    // true, false, null or a number; every number here is whole.
+    bool word(std::string& out) {
+        const size_t end = std::min(s_.find_first_of(",}", i_), s_.size());
+        out = s_.substr(i_, end - i_);
+        i_ = end;
+        return out == "true" || out == "false" || out == "null" ||
+               (!out.empty() && out.find_first_not_of("0123456789") == std::string::npos);
+    }
+
+    const std::string& s_;
+    size_t i_ = 0;
+};
+
+std::vector<std::string> lines_of(const std::string& text) {
+    std::vector<std::string> lines;
+    for (size_t from = 0, end; from < text.size(); from = end + 1) {
+        end = text.find('\n', from);
+        if (end == std::string::npos) end = text.size();  // a last line without its end: seen as extra
+        lines.push_back(text.substr(from, end - from));
+    }
+    return lines;
+}
+
+// ---- what a -complete row says the timeline holds ------------------------------------------------
+
+struct stamp {
+    const char* description;
+    std::string date, clock, label;  // as the row shows them: "2015-03-02", "08:30:00.250", "UTC"
+};
+
+std::vector<stamp> stamps_of(const csv_record& row) {
+    static const char* const descriptions[] = {"Last Modified", "Last Accessed", "Expires", "Last Checked"};
+    std::vector<stamp> stamps;
+    for (size_t k = 0; k < 4; ++k) {
+        const std::string& time = row[2 * k + 1];
+        if (time.empty()) continue;
+        const size_t blank = time.rfind(' ');
+        stamps.push_back({descriptions[k], row[2 * k], time.substr(0, blank), time.substr(blank + 1)});
+    }
+    return stamps;
+}
+
+std::string type_of(const csv_record& row) { return row[8].substr(0, row[8].find_last_not_of(' ') + 1); }
+
+// "IE cache URL: http://... (user U; file F; dir D; count N; allocated yes; in SOURCE at OFFSET)".
+std::string name_of(const csv_record& row) {
+    std::string name = "IE cache " + type_of(row) + ":" + (row[9].empty() ? "" : " " + row[9]) + " (";
+    for (const auto& part : {std::make_pair("user ", row[10]), std::make_pair("file ", row[11]), std::make_pair("dir ", row[13])})
+        if (!part.second.empty()) name += part.first + part.second + "; ";
+    name += "count " + row[14] + "; ";
+    if (!row[18].empty()) name += "allocated " + row[18] + "; ";
+    return name + "in " + row[16] + " at " + row[17] + ")";
+}
+
+// The name as mactime shows it: line ends are blanks in a body file.
+std::string body_name_of(const csv_record& row) {
+    std::string name = name_of(row);
+    for (char& c : name) c = c == '\r' || c == '\n' ? ' ' : c;
+    return name;
+}
+
+// mactime's reading of a body field: every "%" and two hex digits is the byte they name.
+std::string mactime_decoded(const std::string& field) {
+    std::string out;
+    for (size_t i = 0; i < field.size(); ++i) {
+        if (field[i] == '%' && i + 2 < field.size() && std::isxdigit(static_cast<unsigned char>(field[i + 1])) &&
+            std::isxdigit(static_cast<unsigned char>(field[i + 2]))) {
+            out += static_cast<char>(std::stoi(field.substr(i + 1, 2), nullptr, 16));
+            i += 2;
+        } else {
+            out += field[i];
+        }
+    }
+    return out;
+}
+
+std::vector<csv_record> complete_rows(const run_result& run) {
+    std::vector<csv_record> rows = read_csv(after_preamble(run.out));
+    if (!rows.empty()) rows.erase(rows.begin());  // the header row
+    for (const csv_record& row : rows) EXPECT_EQ(row.size(), 20u);
+    return rows;
+}
+
+// Calendar text read as UTC, to seconds since 1970.
+int64_t seconds_of(const stamp& s) {
+    tm t{};
+    if (std::sscanf((s.date + " " + s.clock).c_str(), "%d-%d-%d %d:%d:%d", &t.tm_year, &t.tm_mon, &t.tm_mday, &t.tm_hour,
+                    &t.tm_min, &t.tm_sec) != 6)
+        return -999;
+    t.tm_year -= 1900;
+    t.tm_mon -= 1;
+    return static_cast<int64_t>(timegm(&t));
+}
+
+// The jsonl run against the -complete run of the same input: one event per set stamp of each row, in
+// order, every field as the row has it. A stamp labelled local is found in `local` by its date and
+// time when that is given (otherwise TZ is UTC and it reads as it stands). The same messages and status.
+void expect_events_match(const run_result& complete, const run_result& jsonl, const std::string& kind,
+                         const std::map<std::string, std::string>& local = {}) {
+    EXPECT_EQ(jsonl.status, complete.status);
+    EXPECT_EQ(jsonl.err, complete.err);
+    const std::vector<std::string> lines = lines_of(jsonl.out);
+    size_t line = 0;
+    for (const csv_record& row : complete_rows(complete)) {
+        if (row.size() != 20) continue;
+        for (const stamp& s : stamps_of(row)) {
+            ASSERT_LT(line, lines.size()) << "no event for " << s.description << " of the row at " << row[17];
+            json_object e;
+            ASSERT_TRUE(json_line(lines[line]).read(e)) << lines[line];
+            ++line;
+            auto text = [&e](const char* name) { return e.count(name) && e[name].is_string ? e[name].text : "(none)"; };
+            auto word = [&e](const char* name) { return e.count(name) && !e[name].is_string ? e[name].text : "(none)"; };
+            auto answer = [](const std::string& field) { return field.empty() ? "null" : field == "yes" ? "true" : "false"; };
+            const std::string datetime = s.label == "local" && !local.empty() ? local.at(s.date + " " + s.clock)
+                                                                              : s.date + "T" + s.clock + "Z";
+            EXPECT_EQ(text("datetime"), datetime);
+            EXPECT_EQ(text("timestamp_desc"), s.description);
+            EXPECT_EQ(text("time_label"), s.label);
+            EXPECT_EQ(text("message"), as_code_points(name_of(row)));
+            EXPECT_EQ(text("type"), type_of(row));
+            const std::pair<const char*, size_t> texts[] = {{"url", 9}, {"user", 10}, {"filename", 11}, {"directory", 13},
+                                                            {"http_header", 15}, {"source", 16}};
+            for (const auto& t : texts) EXPECT_EQ(text(t.first), as_code_points(row[t.second])) << t.first;
+            EXPECT_EQ(word("file_size"), row[12]);
+            EXPECT_EQ(word("use_count"), row[14]);
+            EXPECT_EQ(word("offset"), row[17]);
+            EXPECT_EQ(word("allocated"), answer(row[18]));
+            EXPECT_EQ(word("hash_listed"), answer(row[19]));
+            EXPECT_EQ(text("cache_kind"), kind);
+            EXPECT_EQ(e.size(), 17u);
+        }
+    }
+    EXPECT_EQ(line, lines.size()) << "events no row accounts for";
+}
+
+// ---- inputs -------------------------------------------------------------------------------------
+
+// A container with a bitmap and a HASH block, whose entries hold every kind of stamp the report tells
+// apart, texts a body line or JSON can't hold as they are, and daily history URLs of winter and summer.
+std::string timeline_container() {
+    byte_image image;
+    write_container_header(image, {"ALPHA001", "BRAVO002"}, 0x800);
+    const size_t first = 0x4000, end = 0x8000;
+    image.resize(end);
+    image.u32(28, end).u32(36, (end - first) / 128);
+    std::vector<url_entry> entries(7);
+    url_entry& a = entries[0];  // every stamp; "|", line ends and a Latin-1 byte
+    a.url = "http://a.example/x|y?z";
+    a.file_name = "a[1].htm";
+    a.file_size = 5120;
+    a.count = 4;
+    a.directory_index = 1;
+    a.data = "HTTP/1.1 200 OK\r\nX-Note: caf\xE9\r\n\r\n~U:alice\r\n";
+    a.last_modified = filetime_of(2015, 2, 27, 16, 4, 11, 123);
+    a.last_access = filetime_of(2015, 3, 2, 8, 30, 0, 250);
+    a.expires_date = dos_date_of(2015, 3, 9), a.expires_time = dos_time_of(8, 30, 0);
+    a.last_sync_date = dos_date_of(2015, 3, 2), a.last_sync_time = dos_time_of(8, 30, 2);
+    url_entry& leak = entries[1];  // access from its DOS pair; half a second before 1970; the year-2000 day
+    leak.signature = "LEAK";
+    leak.url = "http://ads.example/b.gif";
+    leak.file_name = "b[2].gif";
+    leak.data = "HTTP/1.1 200 OK\r\n\r\n~U:bob\r\n";
+    leak.last_modified = filetime_of(1969, 12, 31, 23, 59, 59, 500);
+    leak.second_date = dos_date_of(2015, 3, 1), leak.second_time = dos_time_of(22, 15, 30);
+    leak.expires_date = dos_date_of(2000, 3, 1);
+    url_entry& none = entries[2];  // no stamp is a date; a URL line end
+    none.url = "http://b.example/\r\nnext";
+    none.last_modified = filetime_of(1899, 12, 31, 23, 59, 59);
+    none.last_access = 116444736005000000ull;  // inside the first second of 1970
+    none.expires_date = dos_date_of(2015, 13, 1);
+    none.last_sync_date = 0xBEEF;
+    none.second_date = dos_date_of(2015, 3, 1);  // only a LEAK's access falls back on it
+    url_entry& edge = entries[3];  // the year 3000: west of UTC the run's zone keeps the later stamp
+    edge.url = "http://c.example/";
+    edge.last_modified = filetime_of(3000, 12, 31, 23, 59, 59, 999);
+    edge.last_access = filetime_of(3001, 1, 1, 2);
+    for (int i : {4, 5}) {  // daily history: local time, one in winter and one in summer
+        entries[i].url = i == 4 ? ":2015011220150119: carol@http://h.example/" : ":2015071320150720: carol@http://h.example/";
+        entries[i].last_modified = filetime_of(2015, i == 4 ? 1 : 7, 15, 12);
+        entries[i].last_access = entries[i].last_modified;
+        entries[i].data = std::string("\x60\0\0\0~U:carol", 11);
+    }
+    entries[6].url = "http://redirect.example/";
+    size_t at = first;
+    std::vector<std::pair<uint32_t, uint32_t>> slots;
+    for (size_t i = 0; i < entries.size(); ++i) {
+        if (i % 2 == 0) slots.push_back({1, static_cast<uint32_t>(at)});
+        if (i == 0) image.u8(0x250, 1);  // the first entry's block in use
+        at += i == 6 ? write_redr_entry(image, at, entries[i].url) : write_url_entry(image, at, entries[i]);
+    }
+    write_hash_block(image, 0x800, slots, 0, 4);
+    return image.bytes();
+}
+
+struct timeline_inputs {
+    temp_dir dir;
+    const std::string folder = dir.file("Temporary Internet Files");
+    const std::string small = folder + "/index.dat", big = dir.file("disk.raw"), vmdk = dir.file("disk.vmdk");
+    timeline_inputs() {
+        const std::string container = timeline_container();
+        write_file(small, container);
+        const size_t size = 17 << 20, at = 512 * 9001;  // over 16 MiB: read in chunks
+        byte_image disk(size);
+        disk.text(at, container);
+        write_file(big, disk.bytes());
+        sparse_vmdk(size, 128, 512).write(0, disk.bytes()).save(vmdk);
+    }
+};
+
+std::vector<std::string> with(std::vector<std::string> args, std::initializer_list<const char*> more) {
+    args.insert(args.end(), more.begin(), more.end());
+    return args;
+}
+
+std::vector<std::string> real_containers() {
+    std::vector<std::string> paths;
+    for (const char* name : {"Content.IE5", "History.IE5", "deleted"})
+        paths.push_back(real_fixtures_dir() + "/" + name + "/index.dat");
+    return paths;
+}
+
+}  // namespace
+
+TEST(TimelineE2E, JsonlEventsAreTheCompleteRowsStampByStampOnEveryRoad) {
+    const timeline_inputs in;
+    const struct {
+        std::vector<std::string> args;
+        std::string input, kind;
+    } roads[] = {
+        {{"-f", in.small}, "", "browser_cache"},
+        {{"-quiet", "-f", in.big}, "", "unknown"},
+        {{"-vmdk", in.vmdk}, "", "unknown"},
+        {{"-pipe"}, in.small + "\n", "browser_cache"},
+        {{"-enumdir", in.folder}, "", "browser_cache"},
+    };
+    // West of UTC with summer time: the zone's rules for each stamp's date, not today's offset.
+    const std::map<std::string, std::string> new_york = {{"2015-01-15 12:00:00.000", "2015-01-15T17:00:00.000Z"},
+                                                         {"2015-07-15 12:00:00.000", "2015-07-15T16:00:00.000Z"}};
+    for (const auto& road : roads) {
+        for (const char* zone : {"UTC", "EST5EDT,M3.2.0,M11.1.0"}) {
+            SCOPED_TRACE(road.args[road.args.size() - 1] + " TZ=" + zone);
+            const std::vector<std::string> env = {std::string("TZ=") + zone};
+            const run_result complete = run_ravel(with(road.args, {"-complete"}), road.input, env);
+            ASSERT_EQ(complete.status, 0) << complete.err;
+            ASSERT_EQ(complete_rows(complete).size(), 7u);
+            const run_result jsonl = run_ravel(with(road.args, {"-timeline", "jsonl"}), road.input, env);
+            expect_events_match(complete, jsonl, road.kind, zone[0] == 'U' ? std::map<std::string, std::string>() : new_york);
+        }
+    }
+}
+
+TEST(TimelineE2E, BodyLinesHoldEachEntryWithItsStampsInSeconds) {
+    const timeline_inputs in;
+    const run_result complete = run_ravel({"-complete", "-f", in.small});
+    const run_result body = run_ravel({"-timeline", "body", "-f", in.small});
+    ASSERT_EQ(body.status, 0);
+    EXPECT_EQ(body.err, complete.err);
+    const std::vector<csv_record> rows = complete_rows(complete);
+    const std::vector<std::string> lines = lines_of(body.out);
+    ASSERT_EQ(lines.size(), rows.size());
+    for (size_t i = 0; i < rows.size(); ++i) {
+        const std::vector<csv_record> fields = read_csv(lines[i] + "\n", '|');  // no field is quoted
+        ASSERT_EQ(fields.size(), 1u);
+        ASSERT_EQ(fields[0].size(), 11u) << lines[i];
+        const csv_record& f = fields[0];
+        EXPECT_EQ(mactime_decoded(f[1]), body_name_of(rows[i]));
+        std::string seconds[3] = {"0", "0", "0"};  // atime, mtime, ctime: access, last mod, last sync
+        for (const stamp& s : stamps_of(rows[i])) {
+            const std::string d = s.description;
+            const int slot = d == "Last Accessed" ? 0 : d == "Last Modified" ? 1 : d == "Last Checked" ? 2 : -1;
+            if (slot >= 0) seconds[slot] = std::to_string(seconds_of(s));
+        }
+        EXPECT_EQ(f[0] + f[2] + f[3] + f[4] + f[5] + f[10], "000000");
+        EXPECT_EQ(f[6], rows[i][12]);
+        EXPECT_EQ(f[7] + " " + f[8] + " " + f[9], seconds[0] + " " + seconds[1] + " " + seconds[2]) << f[1];
+    }
+    // What the body file and JSON each make of "|", line ends and a byte that isn't UTF-8.
+    EXPECT_EQ(lines[0].substr(0, 52), "0|IE cache URL: http://a.example/x%7Cy?z (user alice");
+    EXPECT_EQ(lines[1].substr(lines[1].size() - 18), "|1425248130|-1|0|0");  // 1969-12-31 23:59:59.5
+    EXPECT_EQ(lines[2].substr(0, 42), "0|IE cache URL: http://b.example/  next (d");
+    json_object e;
+    ASSERT_TRUE(json_line(lines_of(run_ravel({"-timeline", "jsonl", "-f", in.small}).out)[0]).read(e));
+    EXPECT_EQ(e["url"].text, "http://a.example/x|y?z");
+    EXPECT_EQ(e["http_header"].text, "HTTP/1.1 200 OK\r\nX-Note: caf\xC3\xA9");
+}
+
+TEST(TimelineE2E, RealContainersGiveTheEventsOfTheirCompleteRows) {
+    RAVEL_NEEDS(real_fixtures_dir().empty() ? "../shared/fixtures/real is absent" : "");
+    const std::vector<std::string> containers = real_containers();
+    const char* kinds[] = {"unknown", "history", "unknown"};
+    for (size_t i = 0; i < containers.size(); ++i) {
+        const run_result complete = run_ravel({"-complete", "-f", containers[i]});
+        ASSERT_FALSE(complete_rows(complete).empty()) << containers[i];
+        expect_events_match(complete, run_ravel({"-timeline", "jsonl", "-f", containers[i]}), kinds[i]);
+    }
+}
+
+// jq reads every event; mactime reads the body file without a word and lists every set stamp of it.
+TEST(TimelineE2E, JqAndMactimeReadTheTimelinesOfRealContainers) {
+    RAVEL_NEEDS(real_fixtures_dir().empty() ? "../shared/fixtures/real is absent" : "");
+    RAVEL_NEEDS(missing_tools({"jq"}, "jq"));
+    RAVEL_NEEDS(missing_tools({"mactime"}, "sleuthkit"));
+    temp_dir dir;
+    for (const std::string& container : real_containers()) {
+        SCOPED_TRACE(container);
+        const std::string events = dir.file("events.jsonl"), compact = dir.file("compact.jsonl");
+        ASSERT_EQ(run_ravel({"-timeline", "jsonl", "-f", container, "-out", events}).status, 0);
+        ASSERT_EQ(std::system(("jq -c . " + events + " > " + compact).c_str()), 0);
+        EXPECT_EQ(lines_of(read_file(compact)).size(), lines_of(read_file(events)).size());
+
+        const std::string body = dir.file("ie.body"), listing = dir.file("listing.csv"), err = dir.file("err");
+        ASSERT_EQ(run_ravel({"-timeline", "body", "-f", container, "-out", body}).status, 0);
+        ASSERT_EQ(std::system(("mactime -b " + body + " -d -z UTC > " + listing + " 2> " + err).c_str()), 0);
+        EXPECT_EQ(read_file(err), "");
+        // Each set stamp of the -complete rows as mactime shows it: date, size, the m/a/c letters of the
+        // entry's stamps at that second, name. Expiry has no place in a body file.
+        std::multiset<std::string> want, got;
+        for (const csv_record& row : complete_rows(run_ravel({"-complete", "-f", container}))) {
+            std::map<int64_t, std::string> letters;  // by second
+            for (const stamp& s : stamps_of(row)) {
+                const std::string d = s.description;
+                const size_t at = d == "Last Modified" ? 0 : d == "Last Accessed" ? 1 : d == "Last Checked" ? 2 : 3;
+                if (at == 3) continue;
+                std::string& l = letters[seconds_of(s)];
+                if (l.empty()) l = "....";
+                l[at] = "mac"[at];
+            }
+            for (const auto& at : letters) {
+                const time_t seconds = static_cast<time_t>(at.first);
+                char date[40];
+                std::strftime(date, sizeof date, "%a %b %d %Y %H:%M:%S", std::gmtime(&seconds));
+                want.insert(std::string(date) + "," + row[12] + "," + at.second + ",0,0,0,0,\"" + body_name_of(row) + "\"");
+            }
+        }
+        for (const std::string& line : lines_of(read_file(listing)))
+            if (line.rfind("Xxx", 0) != 0 && line.rfind("Date,", 0) != 0) got.insert(line);
+        EXPECT_FALSE(want.empty());
+        EXPECT_EQ(got, want);
+    }
+}
+
+TEST(TimelineE2E, FormsOutputAndMessages) {
+    const timeline_inputs in;
+    // Any other form is refused as an option is: its message, the preamble, status -1.
+    for (const char* form : {"csv", "BODY", ""}) {
+        const run_result run = run_ravel({"-f", in.small, "-timeline", form});
+        EXPECT_EQ(run.status, 255) << form;
+        EXPECT_EQ(run.err, std::string("invalid -timeline form: ") + form + ", use body or jsonl\n");
+        EXPECT_EQ(run.out.rfind("ravel ver:", 0), 0u);
+    }
+    // A timeline has no separator to lose; -out gets the whole of it; messages and statuses stay those
+    // of the road.
+    const run_result body = run_ravel({"-timeline", "body", "-f", in.small});
+    for (const char* form : {"-xml", "-multiline", "-bodyfile"})
+        EXPECT_EQ(run_ravel({"-timeline", "body", form, "-f", in.small}).out, body.out) << form;
+    const run_result to_file = run_ravel({"-timeline", "body", "-f", in.small, "-out", in.dir.file("ie.body")});
+    EXPECT_EQ(to_file.out, "");
+    EXPECT_EQ(to_file.err, run_ravel({"-f", in.small, "-out", in.dir.file("report.csv")}).err);
+    EXPECT_EQ(read_file(in.dir.file("ie.body")), body.out);
+    for (const std::vector<std::string>& args : {std::vector<std::string>{"-f", in.dir.file("missing")},
+                                                 std::vector<std::string>{"-f", in.dir.path()},
+                                                 std::vector<std::string>{"-vmdk", in.small}}) {
+        const run_result plain = run_ravel(args), timeline = run_ravel(with(args, {"-timeline", "jsonl"}));
+        EXPECT_EQ(timeline.status, plain.status) << args[1];
+        EXPECT_EQ(timeline.err, plain.err) << args[1];
+        EXPECT_EQ(timeline.out, after_preamble(plain.out)) << args[1];
+    }
+}

@@ -83,6 +83,69 @@ bool sparse_vmdk::save(const std::string& path) const {
     return static_cast<bool>(out.write(bytes.data(), static_cast<std::streamsize>(bytes.size())));
 }
 
+namespace {
+
+// A container: header, two URL entries, a LEAK and a REDR, named after `site`.
+byte_image small_container(const std::string& site) {
+    byte_image container(0x7000);
+    write_container_header(container, {"0AB1CD2E"}, 0);
+    url_entry entry;
+    entry.file_name = "index[1].htm";
+    entry.data = "HTTP/1.1 200 OK\r\nContent-Type: text/html\r\n\r\n~U:carol\r\n";
+    entry.last_modified = filetime_of(2013, 2, 1, 9, 30);
+    const std::string kinds[] = {"URL /page0", "URL /page1", "LEAK/leaked"};
+    for (size_t i = 0; i < 3; ++i) {
+        entry.signature = kinds[i].substr(0, 4);
+        entry.url = "http://" + site + kinds[i].substr(4);
+        write_url_entry(container, 0x5000 + 0x400 * i, entry);
+    }
+    write_redr_entry(container, 0x6400, "http://" + site + "/moved");
+    return container;
+}
+
+}  // namespace
+
+byte_image evidence_disk(size_t size) {
+    constexpr size_t MiB = 1 << 20;
+    byte_image disk(size);
+    uint64_t state = 0x9E3779B97F4A7C15ull;  // xorshift: the same bytes on every machine
+    auto next = [&state] {
+        state ^= state << 13;
+        state ^= state >> 7;
+        state ^= state << 17;
+        return state;
+    };
+    for (size_t at = 0; at < MiB; ++at) disk.bytes()[at] = "etaoin "[next() % 7];
+    for (size_t at = MiB; at < 3 * MiB; at += 8) disk.u64(at, next());
+    url_entry entry;
+    entry.data = "HTTP/1.1 200 OK\r\n\r\n~U:dora\r\n";
+    entry.last_modified = filetime_of(2014, 5, 6, 7, 8, 9);
+    for (size_t at = 1024; at < MiB; at += 8192) {
+        entry.url = "http://text.example/" + std::to_string(at);
+        write_url_entry(disk, at, entry);
+    }
+    entry.url = "http://edge.example/" + std::string(300, 'e');
+    write_url_entry(disk, 61440 * 40 + 65536 - 256, entry);
+    disk.text(512 * 2101, small_container("sector.example").bytes());
+    disk.text(2 * MiB + 512 * 99 + 384, small_container("off-sector.example").bytes());
+    disk.text(size - 0x10000, small_container("last.example").bytes());
+    return disk;
+}
+
+byte_image ewf_sections(const std::vector<std::pair<std::string, uint64_t>>& sections) {
+    byte_image file;
+    file.text(0, std::string("EVF\x09\x0d\x0a\xff\x00", 8)).u8(8, 1).u16(9, 1).u16(11, 0);
+    uint64_t at = ewf::first_section;
+    for (const auto& section : sections) {
+        const bool closing = section.first == "next" || section.first == "done";
+        const uint64_t next = closing ? at : at + section.second;
+        file.text(at + ewf::type, section.first).u64(at + ewf::next, next).u64(at + ewf::size, section.second);
+        file.resize(std::max<size_t>(file.size(), at + section.second));
+        at = next;
+    }
+    return file;
+}
+
 byte_image partition_table(const std::vector<partition_entry>& entries, bool signed_sector) {
     byte_image sector(vmdk::sector);
     for (size_t i = 0; i < entries.size() && i < 4; ++i) {

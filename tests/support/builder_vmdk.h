@@ -66,6 +66,23 @@ private:
     std::map<uint64_t, std::string> grains_;  // grain index -> its bytes
 };
 
+// A raw disk of `size` bytes (4 MiB or more) that reads like evidence, every entry with a URL of its
+// own: a first MiB of text-like bytes that compress, with an entry every 8 KiB; two MiB of noise that
+// doesn't, holding a container that starts on a sector and one that doesn't, and an entry across the
+// end of the device road's 41st 64 KiB read; zeros after, but for a container 64 KiB before the end.
+byte_image evidence_disk(size_t size = 5 << 20);
+
+// EWF segment files: the signature and segment number, then sections, each led by a descriptor that
+// names its type and points at the next section; the closing "next" or "done" points at itself.
+namespace ewf {
+constexpr size_t first_section = 13;
+constexpr size_t type = 0, next = 16, size = 24;  // in a descriptor: 16 bytes of text, u64, u64
+constexpr size_t descriptor = 76;
+}  // namespace ewf
+
+// The skeleton of a segment file: each section of the type and byte count given, descriptor included.
+byte_image ewf_sections(const std::vector<std::pair<std::string, uint64_t>>& sections);
+
 // Partition tables and boot sectors.
 namespace disk {
 constexpr size_t oem = 3;

@@ -108,5 +108,6 @@ void cmd_opts::clear() {
     show_note_columns = false;
     partition.clear();
     have_admin = false;
+    ewf_file.clear();
     cache_category = 1;
 }

@@ -68,33 +68,6 @@ std::string next_segment_name(const std::string& name) {
     return name.substr(0, dot + 1) + extension;
 }
 
-namespace {
-
-// Runs of chunk numbers, first to end, kept merged: what was lost, however much.
-using chunk_runs = std::map<uint64_t, uint64_t>;
-
-bool holds(const chunk_runs& runs, uint64_t chunk) {
-    auto after = runs.upper_bound(chunk);
-    return after != runs.begin() && chunk < std::prev(after)->second;
-}
-
-// Adds `chunk`, which `runs` doesn't hold, joined to the runs on either side.
-void add(chunk_runs& runs, uint64_t chunk) {
-    uint64_t end = chunk + 1;
-    auto after = runs.find(end);
-    if (after != runs.end()) {
-        end = after->second;
-        runs.erase(after);
-    }
-    auto before = runs.lower_bound(chunk);
-    if (before != runs.begin() && std::prev(before)->second == chunk)
-        std::prev(before)->second = end;
-    else
-        runs.emplace(chunk, end);
-}
-
-}  // namespace
-
 // ---- the media, through libewf ------------------------------------------------------------------
 
 #ifdef RAVEL_HAVE_EWF
@@ -327,9 +300,9 @@ bool ewf_image::read(uint64_t offset, uint8_t* buffer, size_t length) {
         const uint64_t chunk_begin = at - at % chunk_size_;
         const uint64_t chunk_end = chunk_begin + std::min(chunk_size_, media_size_ - chunk_begin);
         const size_t piece = static_cast<size_t>(std::min<uint64_t>(length - done, chunk_end - at));
-        if (holds(lost_chunks_, chunk) || !read_piece(at, buffer + done, piece)) {
+        if (lost_.holds(chunk) || !read_piece(at, buffer + done, piece)) {
             std::memset(buffer + done, 0, piece);
-            note_lost(chunk);
+            lost_.note(chunk, chunk_size_, media_size_);
         }
         done += piece;
     }
@@ -367,25 +340,7 @@ ewf_image::~ewf_image() { close(); }
 void ewf_image::close() {
     library_.reset();
     media_size_ = chunk_size_ = sector_size_ = 0;
-    lost_chunks_.clear();
     lost_.clear();
 }
 
-void ewf_image::note_lost(uint64_t chunk) {
-    if (holds(lost_chunks_, chunk)) return;
-    add(lost_chunks_, chunk);
-    const uint64_t begin = chunk * chunk_size_;
-    const uint64_t length = std::min(chunk_size_, media_size_ - begin);
-    if (!lost_.empty() && lost_.back().first + lost_.back().second == begin)
-        lost_.back().second += length;
-    else
-        lost_.emplace_back(begin, length);
-}
-
-bool ewf_image::next_lost_range(uint64_t& offset, uint64_t& length) {
-    if (lost_.empty()) return false;
-    offset = lost_.front().first;
-    length = lost_.front().second;
-    lost_.pop_front();
-    return true;
-}
+bool ewf_image::next_lost_range(uint64_t& offset, uint64_t& length) { return lost_.next(offset, length); }

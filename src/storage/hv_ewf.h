@@ -6,15 +6,14 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <functional>
-#include <map>
 #include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "storage/hv_image.h"
+#include "storage/hv_lost_ranges.h"
 
 // Why a set of segment files was not opened.
 enum class ewf_fault {
@@ -60,14 +59,12 @@ private:
                           const std::function<std::unique_ptr<image_reader>(size_t)>& segment_at, std::string& segment);
     bool read_piece(uint64_t offset, uint8_t* buffer, size_t length);
     bool checksum_failed(uint64_t begin, uint64_t end);
-    void note_lost(uint64_t chunk);
 
     std::unique_ptr<library> library_;
     uint64_t media_size_ = 0;
     uint64_t chunk_size_ = 0;
     uint64_t sector_size_ = 0;
-    std::map<uint64_t, uint64_t> lost_chunks_;  // runs of chunk numbers, first to end
-    std::deque<std::pair<uint64_t, uint64_t>> lost_;  // offset, length: found, not yet handed out
+    lost_ranges lost_;  // in chunks
 };
 
 // The descriptor that leads each section of a segment file, kept as read. The sections follow the

@@ -25,14 +25,13 @@ std::string real_fixtures_dir() {
 
 // Standard input, output and error go through files, so no pipe can fill up and stall the child.
 run_result run_ravel(const std::vector<std::string>& args, const std::string& input,
-                     const std::vector<std::string>& env, const std::string& cwd, const std::string& stdout_path,
-                     const std::string& binary) {
+                     const std::vector<std::string>& env, const std::string& cwd, const std::string& stdout_path) {
     temp_dir io;
     const std::string in = io.file("in"), err = io.file("err");
     const std::string out = stdout_path.empty() ? io.file("out") : stdout_path;
     write_file(in, input);
 
-    std::vector<std::string> argv_text = {binary.empty() ? ravel_binary() : binary};
+    std::vector<std::string> argv_text = {ravel_binary()};
     argv_text.insert(argv_text.end(), args.begin(), args.end());
     std::map<std::string, std::string> vars;  // name -> "name=value"; later settings win
     auto set = [&vars](const std::string& kv) { vars[kv.substr(0, kv.find('='))] = kv; };

@@ -15,10 +15,10 @@ struct run_result {
 // Runs ravel with `args` (argv[0] is added), feeding `input` on standard input.
 // TZ is pinned to UTC; `env` adds or replaces further variables ("NAME=value").
 // A non-empty `cwd` is the child's working directory; a non-empty `stdout_path` gets standard output
-// in place of `out`, which then stays empty. A non-empty `binary` is run instead, another build's ravel.
+// in place of `out`, which then stays empty.
 run_result run_ravel(const std::vector<std::string>& args, const std::string& input = "",
                      const std::vector<std::string>& env = {}, const std::string& cwd = "",
-                     const std::string& stdout_path = "", const std::string& binary = "");
+                     const std::string& stdout_path = "");
 
 // Path of the built ravel binary.
 std::string ravel_binary();

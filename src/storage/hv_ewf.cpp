@@ -165,15 +165,19 @@ ewf_fault ewf_image::open(const std::string& path, std::string& segment) {
         close();
         return ewf_fault::damaged;
     }
-    const bool opened = libewf_handle_open(library_->handle, pointers.data(), static_cast<int>(pointers.size()),
-                                           LIBEWF_OPEN_READ, error.get()) == 1;
-    const ewf_fault fault = finish_open(opened, names,
-                                        [&names](size_t i) -> std::unique_ptr<image_reader> {
-                                            std::unique_ptr<file_image> file(new (std::nothrow) file_image());
-                                            if (!file || !file->open(names[i])) return nullptr;
-                                            return file;
-                                        },
-                                        segment);
+    if (libewf_handle_open(library_->handle, pointers.data(), static_cast<int>(pointers.size()), LIBEWF_OPEN_READ,
+                           error.get()) == 1 &&
+        take_media())
+        return ewf_fault::none;
+    close();
+    const ewf_fault fault = fault_of_set(
+        names,
+        [&names](size_t i) -> std::unique_ptr<image_reader> {
+            std::unique_ptr<file_image> file(new (std::nothrow) file_image());
+            if (!file || !file->open(names[i])) return nullptr;
+            return file;
+        },
+        segment);
     // Outside the naming, the segment that should follow has no name to tell.
     if (fault == ewf_fault::segment_missing && !named) {
         segment.clear();
@@ -220,36 +224,34 @@ ewf_fault ewf_image::open_memory(const std::vector<std::pair<const uint8_t*, siz
         close();
         return ewf_fault::damaged;
     }
-    const bool opened = libewf_handle_open_file_io_pool(library_->handle, library_->pool, LIBEWF_OPEN_READ,
-                                                        error.get()) == 1;
-    return finish_open(opened, names,
-                       [&segments](size_t i) -> std::unique_ptr<image_reader> {
-                           return std::unique_ptr<image_reader>(
-                               new (std::nothrow) memory_image(segments[i].first, segments[i].second));
-                       },
-                       segment);
+    if (libewf_handle_open_file_io_pool(library_->handle, library_->pool, LIBEWF_OPEN_READ, error.get()) == 1 &&
+        take_media())
+        return ewf_fault::none;
+    close();
+    return fault_of_set(
+        names,
+        [&segments](size_t i) -> std::unique_ptr<image_reader> {
+            return std::unique_ptr<image_reader>(new (std::nothrow) memory_image(segments[i].first, segments[i].second));
+        },
+        segment);
 }
 
-// libewf opens a set whose later segments are missing or cut short, and says so only when asked;
-// such a set is refused here, by name.
-ewf_fault ewf_image::finish_open(bool opened, const std::vector<std::string>& names,
-                                 const std::function<std::unique_ptr<image_reader>(size_t)>& segment_at,
-                                 std::string& segment) {
+// libewf opens a set whose later segments are missing or cut short, and says so only when asked: such
+// a set is refused, as is one whose media it can't describe.
+bool ewf_image::take_media() {
     ewf_error error;
     size64_t media = 0;
     uint32_t chunk = 0, sector = 0;
-    if (opened && libewf_handle_segment_files_corrupted(library_->handle, error.get()) == 0 &&
-        libewf_handle_get_media_size(library_->handle, &media, error.get()) == 1 &&
-        libewf_handle_get_chunk_size(library_->handle, &chunk, error.get()) == 1 &&
-        libewf_handle_get_bytes_per_sector(library_->handle, &sector, error.get()) == 1 && chunk != 0 &&
-        sector != 0 && libewf_handle_set_read_zero_chunk_on_error(library_->handle, 1, error.get()) == 1) {
-        media_size_ = media;
-        chunk_size_ = chunk;
-        sector_size_ = sector;
-        return ewf_fault::none;
-    }
-    close();
-    return fault_of_set(names, segment_at, segment);
+    if (libewf_handle_segment_files_corrupted(library_->handle, error.get()) != 0 ||
+        libewf_handle_get_media_size(library_->handle, &media, error.get()) != 1 ||
+        libewf_handle_get_chunk_size(library_->handle, &chunk, error.get()) != 1 ||
+        libewf_handle_get_bytes_per_sector(library_->handle, &sector, error.get()) != 1 || chunk == 0 || sector == 0 ||
+        libewf_handle_set_read_zero_chunk_on_error(library_->handle, 1, error.get()) != 1)
+        return false;
+    media_size_ = media;
+    chunk_size_ = chunk;
+    sector_size_ = sector;
+    return true;
 }
 
 bool ewf_image::read_piece(uint64_t offset, uint8_t* buffer, size_t length) {

@@ -6,7 +6,6 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <string>
 #include <utility>
@@ -55,8 +54,7 @@ public:
 private:
     struct library;  // libewf's handle, and the pool of segments in memory
 
-    ewf_fault finish_open(bool opened, const std::vector<std::string>& names,
-                          const std::function<std::unique_ptr<image_reader>(size_t)>& segment_at, std::string& segment);
+    bool take_media();
     bool read_piece(uint64_t offset, uint8_t* buffer, size_t length);
     bool checksum_failed(uint64_t begin, uint64_t end);
 

@@ -2,7 +2,6 @@
 // each followed by the grain's deflate data, which zlib inflates when the grain is read.
 #include <algorithm>
 #include <cstring>
-#include <new>
 
 #include "foundation/hv_bytes.h"
 #include "storage/hv_vmdk.h"

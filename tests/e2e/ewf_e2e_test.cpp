@@ -69,9 +69,7 @@ TEST(EwfE2E, SetsThatWontOpenAreRefusedByName) {
     ASSERT_TRUE(write_file(dir.file("disk.raw"), evidence_disk().bytes()) &&
                 ewf_acquire(dir.file("disk.raw"), dir.file("case"), "none", 1 << 20));
     ASSERT_FALSE(read_file(dir.file("case.E04")).empty());
-    byte_image container(0x8000);
-    write_container_header(container, {"0AB1CD2E"}, 0);
-    ASSERT_TRUE(write_file(dir.file("text.E01"), container.bytes()));
+    ASSERT_TRUE(write_file(dir.file("text.E01"), small_container("text.example").bytes()));
 
     const struct {
         const char* what;

@@ -164,28 +164,6 @@ bool sparse_vmdk::save(const std::string& path) const {
     return static_cast<bool>(out.write(bytes.data(), static_cast<std::streamsize>(bytes.size())));
 }
 
-namespace {
-
-// A container: header, two URL entries, a LEAK and a REDR, named after `site`.
-byte_image small_container(const std::string& site) {
-    byte_image container(0x7000);
-    write_container_header(container, {"0AB1CD2E"}, 0);
-    url_entry entry;
-    entry.file_name = "index[1].htm";
-    entry.data = "HTTP/1.1 200 OK\r\nContent-Type: text/html\r\n\r\n~U:carol\r\n";
-    entry.last_modified = filetime_of(2013, 2, 1, 9, 30);
-    const std::string kinds[] = {"URL /page0", "URL /page1", "LEAK/leaked"};
-    for (size_t i = 0; i < 3; ++i) {
-        entry.signature = kinds[i].substr(0, 4);
-        entry.url = "http://" + site + kinds[i].substr(4);
-        write_url_entry(container, 0x5000 + 0x400 * i, entry);
-    }
-    write_redr_entry(container, 0x6400, "http://" + site + "/moved");
-    return container;
-}
-
-}  // namespace
-
 byte_image evidence_disk(size_t size) {
     constexpr size_t MiB = 1 << 20;
     byte_image disk(size);

@@ -1,6 +1,7 @@
-// streamOptimized disks, as qemu-img writes them and as VMware exports them (the builder's form), read
-// through the VMDK road: the rows and messages of the monolithic sparse form of the same raw disk, chains
-// included; a grain that doesn't inflate is told and reads as zeros.
+// streamOptimized disks as qemu-img writes them (VMware's exports, with the directory at the end:
+// tests/storage/hv_vmdk_stream_test.cpp), read through the VMDK road: the rows and messages of the
+// monolithic sparse form of the same raw disk, chains included; a grain that doesn't inflate is told and
+// reads as zeros.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -46,20 +47,17 @@ TEST(StreamVmdkE2E, StreamDisksGiveTheRowsOfTheSparseForm) {
         write_url_entry(patch, at + 512, entry);
     }
     ASSERT_TRUE(write_file(dir.file("disk.raw"), disk.bytes()) && write_file(dir.file("patch.bin"), patch.bytes()) &&
-                write_file(dir.file("exported/.keep"), "") && write_file(dir.file("sparse/.keep"), "") &&
+                write_file(dir.file("sparse/.keep"), "") &&
                 write_file(dir.file("stream/.keep"), "") &&
                 qemu_vmdk(dir.file("disk.raw"), dir.file("sparse/disk.vmdk"), "monolithicSparse") &&
-                qemu_vmdk(dir.file("disk.raw"), dir.file("stream/disk.vmdk"), "streamOptimized") &&
-                sparse_vmdk(disk.size(), 128, 512).stream().write(0, disk.bytes()).save(dir.file("exported/disk.vmdk")));
+                qemu_vmdk(dir.file("disk.raw"), dir.file("stream/disk.vmdk"), "streamOptimized"));
     const run_result sparse = vmdk_road(dir.file("sparse"));
     ASSERT_EQ(sparse.status, 0);
     EXPECT_NE(sparse.out.find("http://edge.example/"), std::string::npos);
-    for (const char* form : {"stream", "exported"}) {
-        const run_result run = vmdk_road(dir.file(form));
-        EXPECT_EQ(run.status, 0) << form;
-        EXPECT_EQ(after_preamble(run.out), after_preamble(sparse.out)) << form;
-        EXPECT_EQ(run.err, sparse.err) << form;
-    }
+    const run_result stream = vmdk_road(dir.file("stream"));
+    EXPECT_EQ(stream.status, 0);
+    EXPECT_EQ(after_preamble(stream.out), after_preamble(sparse.out));
+    EXPECT_EQ(stream.err, sparse.err);
 
     // A snapshot over each base: the newest grain first, the base's compressed grains under it.
     ASSERT_TRUE(add_snapshot(dir.file("sparse"), dir.file("patch.bin")) &&

@@ -1,6 +1,6 @@
 // The E01 reader: the media of sets that ewfacquire made reads back as the raw disk they were made from,
-// whether the segments are files or memory; a damaged chunk reads as zeros and is lost once. And what
-// the reader works out without libewf: how a segment ends, which segment comes next.
+// whether the segments are files or memory (damaged chunks: tests/e2e/ewf_e2e_test.cpp). And what the
+// reader works out without libewf: how a segment ends, which segment comes next.
 #include "storage/hv_ewf.h"
 
 #include <gtest/gtest.h>
@@ -105,31 +105,4 @@ TEST(EwfImage, MediaReadsBackAsTheRawDisk) {
         uint64_t offset = 0, length = 0;
         EXPECT_FALSE(image.next_lost_range(offset, length));
     }
-}
-
-// A byte flipped inside a compressed chunk: that chunk, and only it, reads as zeros, and is lost once
-// however often it is read.
-TEST(EwfImage, DamagedChunkReadsAsZerosAndIsLostOnce) {
-    RAVEL_NEEDS(missing_ewf());
-    temp_dir dir;
-    const byte_image disk = evidence_disk();
-    ASSERT_TRUE(write_file(dir.file("disk.raw"), disk.bytes()) && ewf_acquire(dir.file("disk.raw"), dir.file("case"), "fast"));
-    std::vector<std::string> files = segment_files(dir.file("case"));
-    ASSERT_EQ(files.size(), 1u);
-    files[0][100000] = static_cast<char>(files[0][100000] ^ 0x5A);  // in the chunks of the text-like first MiB
-    ewf_image image;
-    std::string segment;
-    ASSERT_EQ(image.open_memory(in_memory(files), segment), ewf_fault::none);
-    const std::string media = media_of(image);
-    uint64_t offset = 0, length = 0;
-    ASSERT_TRUE(image.next_lost_range(offset, length));
-    EXPECT_EQ(offset % 32768, 0u);
-    EXPECT_EQ(length, 32768u);
-    EXPECT_LT(offset, uint64_t{1} << 20);
-    std::string expected = disk.bytes() + std::string(4096, '\0');
-    expected.replace(offset, length, std::string(length, '\0'));
-    EXPECT_TRUE(media == expected);
-    EXPECT_FALSE(image.next_lost_range(offset, length));
-    media_of(image);
-    EXPECT_FALSE(image.next_lost_range(offset, length));
 }

@@ -46,6 +46,7 @@ public:
         return chain_.view(offset, static_cast<uint32_t>(length));
     }
     uint64_t next_data(uint64_t offset) override { return chain_.next_held(offset); }
+    bool next_lost_range(uint64_t& offset, uint64_t& length) override { return chain_.next_lost_range(offset, length); }
 
 private:
     VMWARE_COLLECTION& chain_;

@@ -4,16 +4,20 @@
 //   carved.vmdk  the same bytes as the start of a 1 GiB monolithic sparse extent (the device road),
 //   many/        10,000 copies of a 48 KiB container of some 35 entries, listed in many.list,
 //   inputs.txt   one line per file: its name and the number of rows it must give.
-// make_bench_inputs seeds CORPUS_DIR: the fuzzers' seed corpus, one folder per target.
+// make_bench_inputs seeds CORPUS_DIR: the fuzzers' seed corpus, one folder per target; the ewf target's
+//   seeds are E01 sets that ewfacquire makes (none without it).
 // Everything is drawn from a fixed seed, so every run writes the same bytes.
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -336,6 +340,12 @@ void vmdk_seeds(seed_writer& w) {
     std::string truncated = base.image().bytes();
     w.add("header_only", truncated.substr(0, 512));
     w.add("cut_in_tables", truncated.substr(0, 512 * 3 + 100));
+
+    sparse_vmdk streamed(64 * 1024, 16, 4);
+    streamed.stream().write(0, mbr.bytes()).write(20000, "URL ").write(64 * 1024 - 8, "REDR");
+    w.add("stream", streamed.image().bytes());
+    child.stream();
+    w.add("stream_child_with_hint", child.image().bytes());
 }
 
 void disk_start_seeds(seed_writer& w) {
@@ -392,6 +402,48 @@ void date_text_seeds(seed_writer& w) {
     seed("far_future", 0xFFFFFFFFFFFFFFFFull, 3, {"2015-00-00", "99:99:99", "Mon", "-", "abcdefgh", "x"});
 }
 
+// Sets of segment files, cut apart by the ewf target at "EWFNEXT": a 64 KiB disk holding a container,
+// acquired by ewfacquire with and without compression in chunks of 16 sectors, and forms of damage.
+void ewf_seeds(seed_writer& w) {
+    if (std::system("command -v ewfacquire > /dev/null 2>&1") != 0) {
+        std::printf("ewf: ewfacquire not installed (Debian package ewf-tools): no seeds\n");
+        return;
+    }
+    char folder[] = "/tmp/ravel-ewf-seeds-XXXXXX";
+    if (mkdtemp(folder) == nullptr) return;
+    const std::string dir = folder;
+    rng r(0x5EED0007);
+    uint32_t rows = 0;
+    byte_image disk(0x10000);
+    disk.text(0x4000, make_container(0x8000, r, rows).bytes());
+    w.ok = save(dir + "/disk.raw", disk.bytes()) && w.ok;
+    auto acquire = [&](const std::string& compression) -> std::string {
+        const std::string target = dir + "/" + compression;
+        const std::string command = "ewfacquire -u -q -b 16 -c " + compression + " -t " + target + " " + dir +
+                                    "/disk.raw > /dev/null 2>&1";
+        if (std::system(command.c_str()) != 0) return "";
+        std::ifstream in(target + ".E01", std::ios::binary);
+        std::ostringstream bytes;
+        bytes << in.rdbuf();
+        return bytes.str();
+    };
+    const std::string fast = acquire("fast"), none = acquire("none");
+    if (fast.empty() || none.empty()) {
+        w.ok = false;
+        std::fprintf(stderr, "make_bench_inputs: ewfacquire failed\n");
+    } else {
+        w.add("fast", fast);
+        w.add("none", none);
+        w.add("fast_cut", fast.substr(0, fast.size() * 3 / 5));
+        std::string flipped = fast;
+        flipped[flipped.size() / 2] = static_cast<char>(flipped[flipped.size() / 2] ^ 0x40);
+        w.add("fast_flipped", flipped);
+        w.add("two_first_segments", fast + "EWFNEXT" + none);
+    }
+    for (const char* name : {"disk.raw", "fast.E01", "none.E01"}) std::remove((dir + "/" + name).c_str());
+    rmdir(folder);
+}
+
 int write_seeds(const std::string& dir) {
     if (!make_dir(dir)) return 1;
     struct target {
@@ -400,7 +452,8 @@ int write_seeds(const std::string& dir) {
     };
     const target targets[] = {{"scan", scan_seeds},           {"container", container_seeds},
                               {"vmdk", vmdk_seeds},           {"disk_start", disk_start_seeds},
-                              {"options", options_seeds},     {"date_text", date_text_seeds}};
+                              {"options", options_seeds},     {"date_text", date_text_seeds},
+                              {"ewf", ewf_seeds}};
     bool ok = true;
     for (const target& t : targets) {
         seed_writer w{dir + "/" + t.name};

@@ -1,5 +1,6 @@
 #include "cache/hv_big_file.h"
 
+#include <cstdio>
 #include <numeric>
 #include <string>
 
@@ -56,6 +57,20 @@ void skipped_progress(const char* format, uint64_t position, uint64_t count, uin
         for (; left >= per_block; left -= per_block) write_console_error(block);
         if (left != 0) write_console_error(block.substr(0, left * line.size()));
         k = low;
+    }
+}
+
+// Stretches that the input's own damage turned into zeros, each on a line of its own: the status
+// line is wiped first, as print_error does, but the line end stays, so the next percentage line
+// can't overwrite the message.
+void tell_lost_ranges(image_reader& disk) {
+    uint64_t offset = 0, length = 0;
+    while (disk.next_lost_range(offset, length)) {
+        if (length == 0) continue;
+        char text[96];
+        std::snprintf(text, sizeof text, "prob reading media bytes %llu to %llu, read as zeros\n",
+                      static_cast<unsigned long long>(offset), static_cast<unsigned long long>(offset + length - 1));
+        write_console_error(long_erase_text + std::string(text));
     }
 }
 
@@ -143,6 +158,7 @@ bool scan_device(input_scan& scan, image_reader& disk, bool padded) {
         uint32_t length = device_read_size;
         if (!padded && length > total - position) length = static_cast<uint32_t>(total - position);
         const uint8_t* bytes = view_or_read(disk, static_cast<uint64_t>(position), length, scan.buffer);
+        tell_lost_ranges(disk);
         if (bytes != nullptr) {
             if (overlap > length) overlap = 0;  // and so it stays
             const int64_t next = position - overlap + device_read_size;

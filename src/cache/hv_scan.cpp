@@ -6,7 +6,9 @@
 #include <utility>
 
 #include "cache/hv_big_file.h"
+#include "cache/hv_ewf_input.h"
 #include "cmdline/hv_cmd_params.h"
+#include "storage/hv_ewf.h"
 #include "storage/hv_image.h"
 
 namespace {
@@ -259,6 +261,10 @@ bool process_input(input_scan& scan, cmd_opts& opts) {
         if (!scan_file(scan, opts, file, result)) return false;
     } else if (!opts.partition.empty() || !opts.vmdk_files.empty()) {
         result = scan_device_input(scan, opts);
+    } else if (!opts.ewf_file.empty()) {
+        ewf_image image;
+        if (!open_ewf_input(image, opts.ewf_file)) return false;  // told; no header row, as for -f
+        result = scan_device(scan, image, true);
     }
     // The first input to get here prints the header, whether it gave rows or not.
     scan.end_input();

@@ -108,6 +108,7 @@ void cmd_opts::clear() {
     show_note_columns = false;
     partition.clear();
     have_admin = false;
+    ewf_file.clear();
     cache_category = 1;
     complete_report = false;
     timeline = timeline_form::none;

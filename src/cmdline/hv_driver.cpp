@@ -87,6 +87,8 @@ int take_road(input_scan& scan, cmd_opts& opts, arg_list& args) {
         if (!parse_vmdk_list(opts, args, check_vmdk_list, nullptr, true, "-vmdk")) return status_failed;
         return parse_one(scan, opts);
     }
+    // The set's own message tells why it won't open; once open, the road answers true, as -vmdk's does.
+    if (take_option("-ewf", opts.ewf_file, args)) return process_input(scan, opts) ? status_ok : status_failed;
     if (take_option("-f", opts.current_file, args)) {
         opts.current_file = expand_path_text(opts.current_file, true);
         return parse_one(scan, opts);

@@ -15,6 +15,7 @@
 #include "foundation/hv_string.h"
 #include "foundation/hv_time.h"
 #include "input/hv_name_filter.h"
+#include "storage/hv_ewf.h"
 #include "storage/hv_fileio.h"
 
 namespace {
@@ -438,6 +439,10 @@ bool parse_options(cmd_opts& o, arg_list& args) {
         o.zlibex_arg = value;
     }
     if (take_option("-sqlite_log", value, args) || take_option("-sqlite", value, args)) {
+        message("This option is not offered in this build\n");
+        return false;
+    }
+    if (!ewf_image::offered() && take_option("-ewf", value, args)) {
         message("This option is not offered in this build\n");
         return false;
     }

@@ -146,3 +146,7 @@ uint64_t RAW_DISK_IO::next_data(uint64_t offset) {
     if (!is_open || kind != kind_vmdk || !collection) return offset;
     return collection->next_held(offset);
 }
+
+bool RAW_DISK_IO::next_lost_range(uint64_t& offset, uint64_t& length) {
+    return collection && collection->next_lost_range(offset, length);
+}

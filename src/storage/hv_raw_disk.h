@@ -38,6 +38,8 @@ public:
     const uint8_t* view(uint64_t offset, size_t length) override;
     // On a chain: grains that no file holds read as zeros, and need no reading.
     uint64_t next_data(uint64_t offset) override;
+    // On a chain: compressed grains that didn't inflate.
+    bool next_lost_range(uint64_t& offset, uint64_t& length) override;
 
     std::unique_ptr<VMWARE_COLLECTION> collection;  // null for a device
     bool write_mode;

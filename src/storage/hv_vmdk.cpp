@@ -27,6 +27,10 @@ constexpr uint64_t sector_bytes = 512;
 // the padding entries of a directory's last sector; a hostile header must not make us ask for more.
 uint64_t table_memory_limit(uint64_t file_size) { return 2 * file_size + (16u << 20); }
 
+// Writers compress grains of 64 KiB; a larger one is allowed, but a hostile one must not make us ask
+// for more memory than this for the grain inflated.
+constexpr uint64_t largest_compressed_grain = 16u << 20;
+
 void remove_quotes(std::wstring& text) { text.erase(std::remove(text.begin(), text.end(), L'"'), text.end()); }
 
 }  // namespace
@@ -43,6 +47,8 @@ uint32_t SPARSE_EXTENT_HEADER::entries_per_table() const {
 }
 uint64_t SPARSE_EXTENT_HEADER::grain_dir_offset() const { return hv::le64(bytes.data(), size, at_grain_dir); }
 uint64_t SPARSE_EXTENT_HEADER::overhead() const { return hv::le64(bytes.data(), size, at_overhead); }
+uint32_t SPARSE_EXTENT_HEADER::flags() const { return hv::le32(bytes.data(), size, at_flags); }
+uint16_t SPARSE_EXTENT_HEADER::compression() const { return hv::le16(bytes.data(), size, at_compression); }
 
 // ---- one sparse extent ----
 
@@ -77,6 +83,10 @@ void VMWARE_DISK::clear() {
     writable = false;
     path.clear();
     wide_path.clear();
+    compressed = false;
+    inflated.clear();
+    inflated_index = UINT64_MAX;
+    inflated_good = false;
 }
 
 bool VMWARE_DISK::open(const wchar_t* file_path, bool write) {
@@ -165,53 +175,17 @@ bool VMWARE_DISK::load(std::unique_ptr<image_reader> image) {
             table_span / grain_bytes != header.entries_per_table()) {
             return false;
         }
-        // The metadata at the file's start, as far as the file holds it; past the end it reads as zeros.
-        const uint32_t metadata_length = static_cast<uint32_t>(header.overhead() * sector_bytes);
-        const uint64_t meta_size = std::min<uint64_t>(metadata_length, file_size);
-        if (meta_size < 4) return false;  // not even the magic again
-        uint64_t directory_at = header.grain_dir_offset() * sector_bytes;
-        if (header.overhead() * sector_bytes > metadata_length || directory_at > metadata_length) return false;
-        uint8_t first[4] = {0, 0, 0, 0};
-        if (directory_at + 4 <= meta_size && !source->read(directory_at, first, 4)) return false;
-        uint64_t first_entry = hv::le32(first, 4, 0);
-        uint64_t first_table_at = first_entry * sector_bytes;
-        if (first_table_at > metadata_length) return false;
-        // The directory runs up to the first table it names; its length isn't taken from the capacity.
-        if (first_table_at <= directory_at || first_table_at > meta_size) return false;
-        size_t entry_count = static_cast<size_t>((first_table_at - directory_at) / 4);
-        std::vector<uint8_t> raw(entry_count * 4);
-        if (!source->read(directory_at, raw.data(), raw.size())) return false;
-        grain_directory.resize(entry_count);
-        for (size_t i = 0; i < entry_count; ++i) grain_directory[i] = hv::le32(raw.data(), raw.size(), 4 * i);
-        first_table_offset = static_cast<uint32_t>(first_entry * sector_bytes);
+        compressed = header.compressed_grains();
+        if (!(compressed ? load_compressed_tables() : load_sparse_tables())) return false;
 
-        uint32_t per_table = header.entries_per_table();
-        uint64_t table_length = uint64_t{per_table} * 4;
-        if (entry_count > table_memory_limit(file_size) / table_length) return false;
-        grain_tables.reserve(entry_count);
-        raw.assign(static_cast<size_t>(table_length), 0);
-        uint32_t first_table_entry = 0;
-        for (uint32_t entry : grain_directory) {
-            // Positions are taken in 32 bits: a table at or past 4 GiB is read from the wrong place.
-            uint32_t position = static_cast<uint32_t>(uint64_t{entry} * sector_bytes);
-            GRAIN_TABLE table;
-            // A table in a hole of the file, or past its end, is all zeros: nothing to read or keep.
-            if (position < file_size && source->next_data(position) < position + table_length) {
-                if (!source->read(position, raw.data(), raw.size())) break;
-                if (grain_tables.empty()) first_table_entry = hv::le32(raw.data(), raw.size(), 0);
-                if (std::any_of(raw.begin(), raw.end(), [](uint8_t b) { return b != 0; })) {
-                    table.entries.resize(per_table);
-                    for (size_t i = 0; i < per_table; ++i) table.entries[i] = hv::le32(raw.data(), raw.size(), 4 * i);
-                    used_tables.push_back(static_cast<uint32_t>(grain_tables.size()));
-                }
-            }
-            grain_tables.push_back(std::move(table));
-        }
-        if (grain_tables.empty()) return false;
-
-        first_grain_offset = static_cast<uint32_t>(uint64_t{first_table_entry} * sector_bytes);
         first_sector.assign(MASTER_BOOT_RECORD::size, 0);
-        if (!source->read(first_grain_offset, first_sector.data(), first_sector.size())) return false;
+        if (compressed) {
+            // Inflated from the disk's first grain, when this file holds it.
+            const uint8_t* grain = first_grain_offset != 0 ? inflated_grain(first_grain_offset, 0) : nullptr;
+            if (grain != nullptr) std::memcpy(first_sector.data(), grain, first_sector.size());
+        } else if (!source->read(first_grain_offset, first_sector.data(), first_sector.size())) {
+            return false;
+        }
         std::deque<partition_info> volumes;
         if (parse_disk_start(first_sector.data(), first_sector.size(), volumes, false) ||
             parse_disk_start(first_sector.data(), first_sector.size(), volumes, true)) {
@@ -229,6 +203,109 @@ bool VMWARE_DISK::load(std::unique_ptr<image_reader> image) {
     block_size = 4096;
     grain_blocks = static_cast<uint32_t>(grain_bytes >> 12);
     valid = true;
+    return true;
+}
+
+// The directory and tables of a sparse extent whose grains lie as they are: all in the metadata at the
+// file's start. Exceptions of allocation go to load's caller.
+bool VMWARE_DISK::load_sparse_tables() {
+    // The metadata at the file's start, as far as the file holds it; past the end it reads as zeros.
+    const uint32_t metadata_length = static_cast<uint32_t>(header.overhead() * sector_bytes);
+    const uint64_t meta_size = std::min<uint64_t>(metadata_length, file_size);
+    if (meta_size < 4) return false;  // not even the magic again
+    uint64_t directory_at = header.grain_dir_offset() * sector_bytes;
+    if (header.overhead() * sector_bytes > metadata_length || directory_at > metadata_length) return false;
+    uint8_t first[4] = {0, 0, 0, 0};
+    if (directory_at + 4 <= meta_size && !source->read(directory_at, first, 4)) return false;
+    uint64_t first_entry = hv::le32(first, 4, 0);
+    uint64_t first_table_at = first_entry * sector_bytes;
+    if (first_table_at > metadata_length) return false;
+    // The directory runs up to the first table it names; its length isn't taken from the capacity.
+    if (first_table_at <= directory_at || first_table_at > meta_size) return false;
+    size_t entry_count = static_cast<size_t>((first_table_at - directory_at) / 4);
+    std::vector<uint8_t> raw(entry_count * 4);
+    if (!source->read(directory_at, raw.data(), raw.size())) return false;
+    grain_directory.resize(entry_count);
+    for (size_t i = 0; i < entry_count; ++i) grain_directory[i] = hv::le32(raw.data(), raw.size(), 4 * i);
+    first_table_offset = static_cast<uint32_t>(first_entry * sector_bytes);
+
+    uint32_t per_table = header.entries_per_table();
+    uint64_t table_length = uint64_t{per_table} * 4;
+    if (entry_count > table_memory_limit(file_size) / table_length) return false;
+    grain_tables.reserve(entry_count);
+    raw.assign(static_cast<size_t>(table_length), 0);
+    uint32_t first_table_entry = 0;
+    for (uint32_t entry : grain_directory) {
+        // Positions are taken in 32 bits: a table at or past 4 GiB is read from the wrong place.
+        uint32_t position = static_cast<uint32_t>(uint64_t{entry} * sector_bytes);
+        GRAIN_TABLE table;
+        // A table in a hole of the file, or past its end, is all zeros: nothing to read or keep.
+        if (position < file_size && source->next_data(position) < position + table_length) {
+            if (!source->read(position, raw.data(), raw.size())) break;
+            if (grain_tables.empty()) first_table_entry = hv::le32(raw.data(), raw.size(), 0);
+            if (std::any_of(raw.begin(), raw.end(), [](uint8_t b) { return b != 0; })) {
+                table.entries.resize(per_table);
+                for (size_t i = 0; i < per_table; ++i) table.entries[i] = hv::le32(raw.data(), raw.size(), 4 * i);
+                used_tables.push_back(static_cast<uint32_t>(grain_tables.size()));
+            }
+        }
+        grain_tables.push_back(std::move(table));
+    }
+    if (grain_tables.empty()) return false;
+
+    first_grain_offset = static_cast<uint32_t>(uint64_t{first_table_entry} * sector_bytes);
+    return true;
+}
+
+// The tables of an extent whose grains are compressed. The directory has an entry for every table the
+// capacity needs, each pointing at its table anywhere in the file (0: a table that holds no grain). A
+// writer that streams writes it last, and only the footer says where.
+bool VMWARE_DISK::load_compressed_tables() {
+    if (!inflate_offered() || header.compression() != SPARSE_EXTENT_HEADER::compression_deflate ||
+        grain_bytes > largest_compressed_grain)
+        return false;
+    uint64_t directory_sector = header.grain_dir_offset();
+    if (directory_sector == SPARSE_EXTENT_HEADER::directory_at_end) {
+        if (file_size < SPARSE_EXTENT_HEADER::footer_from_end) return false;
+        SPARSE_EXTENT_HEADER footer;
+        if (!source->read(file_size - SPARSE_EXTENT_HEADER::footer_from_end, footer.bytes.data(), sector_bytes) ||
+            !footer.valid())
+            return false;
+        directory_sector = footer.grain_dir_offset();
+    }
+    const uint64_t table_sectors = table_span / sector_bytes;
+    const uint64_t table_count = header.capacity() / table_sectors + (header.capacity() % table_sectors != 0);
+    const uint32_t per_table = header.entries_per_table();
+    const uint64_t table_length = uint64_t{per_table} * 4;
+    if (table_count == 0 || table_count > UINT32_MAX || table_count > table_memory_limit(file_size) / table_length)
+        return false;
+    if (directory_sector > file_size / sector_bytes) return false;
+    const uint64_t directory_at = directory_sector * sector_bytes;
+    if (table_count * 4 > file_size - directory_at) return false;
+
+    std::vector<uint8_t> raw(static_cast<size_t>(table_count * 4));
+    if (!source->read(directory_at, raw.data(), raw.size())) return false;
+    grain_directory.resize(static_cast<size_t>(table_count));
+    for (size_t i = 0; i < grain_directory.size(); ++i) grain_directory[i] = hv::le32(raw.data(), raw.size(), 4 * i);
+    first_table_offset = uint64_t{grain_directory[0]} * sector_bytes;
+
+    raw.assign(static_cast<size_t>(table_length), 0);
+    grain_tables.reserve(grain_directory.size());
+    for (uint32_t entry : grain_directory) {
+        GRAIN_TABLE table;
+        const uint64_t position = uint64_t{entry} * sector_bytes;
+        if (entry != 0) {
+            if (position > file_size || table_length > file_size - position) return false;
+            if (!source->read(position, raw.data(), raw.size())) return false;
+            if (std::any_of(raw.begin(), raw.end(), [](uint8_t b) { return b != 0; })) {
+                table.entries.resize(per_table);
+                for (size_t i = 0; i < per_table; ++i) table.entries[i] = hv::le32(raw.data(), raw.size(), 4 * i);
+                used_tables.push_back(static_cast<uint32_t>(grain_tables.size()));
+            }
+        }
+        grain_tables.push_back(std::move(table));
+    }
+    if (!grain_tables[0].entries.empty()) first_grain_offset = uint64_t{grain_tables[0].entries[0]} * sector_bytes;
     return true;
 }
 
@@ -250,6 +327,7 @@ bool VMWARE_DISK::map_offset(uint64_t offset, uint64_t& file_offset) const {
 
 bool VMWARE_DISK::read(int, uint8_t* buffer, uint64_t offset, uint32_t& length) {
     if (!valid || !source || length == 0 || buffer == nullptr) return false;
+    if (compressed) return read_compressed(buffer, offset, length);
     uint64_t position = 0;
     if (!map_offset(offset, position) || position >= file_size) return false;
     uint32_t wanted = length;
@@ -398,7 +476,10 @@ bool VMWARE_COLLECTION::check_files(const std::vector<std::wstring>& files, std:
                 if (slash != std::wstring::npos) folder = file.substr(0, slash + 1);
             }
             if (!disk->open(file.c_str(), writable) || !disk->valid) {
-                messages << narrow_of(file) << " can't be opened" << "\n";
+                messages << narrow_of(file) << " can't be opened";
+                if (disk->header.valid() && disk->header.compressed_grains() && !VMWARE_DISK::inflate_offered())
+                    messages << ": compressed grains are not offered in this build";
+                messages << "\n";
                 return false;
             }
             add_disk(std::move(disk));
@@ -485,6 +566,8 @@ bool VMWARE_COLLECTION::read(void* buffer, uint64_t offset, uint32_t& length) {
                 piece = got;
             } else {
                 std::memset(out + done, 0, piece);  // a grain that fails to read counts as zeros
+                // A compressed grain fails only when its data is bad: that is told. A plain one stays silent.
+                if (disk->compressed) lost.note(offset / disk->grain_bytes, disk->grain_bytes, root->capacity_bytes());
             }
         } else {
             std::memset(out + done, 0, piece);
@@ -503,7 +586,8 @@ bool VMWARE_COLLECTION::read(void* buffer, uint64_t offset, uint32_t& length) {
 const uint8_t* VMWARE_COLLECTION::view(uint64_t offset, uint32_t length) {
     VMWARE_DISK* disk = find_owner(offset);
     uint64_t start = 0;
-    if (disk == nullptr || length == 0 || !disk->map_offset(offset, start)) return nullptr;
+    // Compressed grains are inflated, not lent.
+    if (disk == nullptr || length == 0 || disk->compressed || !disk->map_offset(offset, start)) return nullptr;
     if (start > disk->file_size || length > disk->file_size - start) return nullptr;
     // Every grain of the range, at the finest grain of the chain, must come from this file, in order.
     uint64_t step = UINT64_MAX;

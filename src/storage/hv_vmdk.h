@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "storage/hv_image.h"
+#include "storage/hv_lost_ranges.h"
 
 class cmd_opts;
 
@@ -19,22 +20,27 @@ struct SPARSE_EXTENT_HEADER {
     static constexpr size_t size = 513;  // one byte more than the header is read; it is only held
     static constexpr size_t at_magic = 0;                // u32 "KDMV"
     static constexpr size_t at_version = 4;              // u32, not tested
-    static constexpr size_t at_flags = 8;                // u32, not tested
+    static constexpr size_t at_flags = 8;                // u32: compressed grains or not
     static constexpr size_t at_capacity = 12;            // u64 sectors of the virtual disk
     static constexpr size_t at_grain_size = 20;          // u64 sectors per grain
     static constexpr size_t at_descriptor_offset = 28;   // u64 sector
     static constexpr size_t at_descriptor_size = 36;     // u64 sectors
     static constexpr size_t at_entries_per_table = 44;   // u32 grain entries in one table
     static constexpr size_t at_redundant_dir = 48;       // u64 sector, not used
-    static constexpr size_t at_grain_dir = 56;           // u64 sector
+    static constexpr size_t at_grain_dir = 56;           // u64 sector; directory_at_end: see the footer
     static constexpr size_t at_overhead = 64;            // u64 sectors of metadata at the file's start
     static constexpr size_t at_unclean_shutdown = 72;    // u8, not used
-    static constexpr size_t at_compression = 77;         // u16, not used
+    static constexpr size_t at_compression = 77;         // u16 algorithm of compressed grains
     static constexpr uint32_t magic_value = 0x564D444B;  // "KDMV"
     static constexpr uint32_t flag_new_line_detection = 0x1;
     static constexpr uint32_t flag_redundant_table = 0x2;
-    static constexpr uint32_t flag_compressed = 0x10;
-    static constexpr uint32_t flag_markers = 0x100;
+    static constexpr uint32_t flag_compressed = 0x10000;  // streamOptimized: each grain is deflate data
+    static constexpr uint32_t flag_markers = 0x20000;     // a marker leads each grain and table
+    static constexpr uint16_t compression_deflate = 1;
+    // Written first by a writer that streams: the real directory offset is in the footer, a copy of
+    // this header that starts this many bytes before the file's end.
+    static constexpr uint64_t directory_at_end = UINT64_MAX;
+    static constexpr uint64_t footer_from_end = 1024;
 
     std::array<uint8_t, size> bytes;
 
@@ -49,8 +55,25 @@ struct SPARSE_EXTENT_HEADER {
     uint32_t entries_per_table() const;
     uint64_t grain_dir_offset() const;
     uint64_t overhead() const;
+    uint32_t flags() const;
+    uint16_t compression() const;
+    bool compressed_grains() const { return (flags() & flag_compressed) != 0; }
 };
 static_assert(sizeof(SPARSE_EXTENT_HEADER::bytes) == 513, "the header read is 513 bytes");
+
+// The marker in front of a compressed grain: where the grain lies on the virtual disk, and the bytes of
+// deflate data (zlib format) that follow it at once.
+struct GRAIN_MARKER {
+    static constexpr size_t size = 12;
+    static constexpr size_t at_sector = 0;     // u64 the grain's first sector on the virtual disk
+    static constexpr size_t at_data_size = 8;  // u32 bytes of compressed data
+
+    std::array<uint8_t, size> bytes{};
+
+    uint64_t sector() const;
+    uint32_t data_size() const;
+};
+static_assert(sizeof(GRAIN_MARKER::bytes) == 12, "a grain marker is 12 bytes");
 
 // One grain table: the file sector of each grain it covers, 0 when the grain isn't in this file.
 // A table that holds nothing keeps no entries: a look-up misses it just as it would miss its zeros.
@@ -90,6 +113,11 @@ struct VMWARE_DISK {
     std::wstring wide_path;
     std::unique_ptr<image_reader> source;  // the file's bytes (over `fd`), or bytes in memory
     std::vector<uint32_t> used_tables;     // the tables that hold a grain, in rising order
+    // streamOptimized: grain table entries point at grain markers, and grains are inflated when read.
+    bool compressed = false;
+    std::vector<uint8_t> inflated;  // the last grain inflated, kept: the device road's reads overlap
+    uint64_t inflated_index = UINT64_MAX;
+    bool inflated_good = false;
 
     VMWARE_DISK() { clear(); }
     ~VMWARE_DISK();
@@ -115,6 +143,15 @@ struct VMWARE_DISK {
     bool read(int descriptor, uint8_t* buffer, uint64_t offset, uint32_t& length);
     // The first virtual offset at or after `offset` whose grain this file holds; UINT64_MAX for none.
     uint64_t next_held(uint64_t offset) const;
+    // Built with zlib: compressed grains can be read.
+    static bool inflate_offered();
+
+private:
+    bool load_sparse_tables();
+    bool load_compressed_tables();
+    bool read_compressed(uint8_t* buffer, uint64_t offset, uint32_t length);
+    // Grain `index` inflated from the marker at `marker_at`; null when it doesn't inflate to it.
+    const uint8_t* inflated_grain(uint64_t marker_at, uint64_t index);
 };
 
 // A base disk and its snapshots, linked by CID, read as one disk.
@@ -125,6 +162,7 @@ struct VMWARE_COLLECTION {
     bool writable = false;
     bool complete = false;
     std::vector<VMWARE_DISK*> chain;  // root first, newest last
+    lost_ranges lost;                 // in grains of the disk that lost them: a chain's disks share a grain size
 
     explicit VMWARE_COLLECTION(bool write) : writable(write) {}
     ~VMWARE_COLLECTION() { delete_snapshots(); }
@@ -149,6 +187,8 @@ struct VMWARE_COLLECTION {
     const uint8_t* view(uint64_t offset, uint32_t length);
     // The first virtual offset at or after `offset` that some file of the chain holds; UINT64_MAX for none.
     uint64_t next_held(uint64_t offset) const;
+    // Compressed grains that read as zeros because they didn't inflate, each once, in the order met.
+    bool next_lost_range(uint64_t& offset, uint64_t& length) { return lost.next(offset, length); }
     // Enters an opened disk under its CID; false (and the disk closed) when the CID is taken.
     bool add_disk(std::unique_ptr<VMWARE_DISK> disk);
 

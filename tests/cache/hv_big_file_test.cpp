@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <sstream>
 
@@ -73,6 +74,33 @@ private:
     image_reader& inner_;
 };
 
+// Bytes in memory whose stretch [begin, end) is damaged: it reads as zeros and is told as lost once,
+// at the first read that touches it, as a reader of a damaged image does.
+class damaged_stretch : public image_reader {
+public:
+    damaged_stretch(image_reader& inner, uint64_t begin, uint64_t end) : inner_(inner), begin_(begin), end_(end) {}
+    uint64_t size() const override { return inner_.size(); }
+    bool read(uint64_t offset, uint8_t* buffer, size_t length) override {
+        if (!inner_.read(offset, buffer, length)) return false;
+        for (uint64_t at = std::max(offset, begin_); at < std::min(offset + length, end_); ++at) buffer[at - offset] = 0;
+        pending_ = pending_ || (!told_ && offset < end_ && offset + length > begin_);
+        return true;
+    }
+    bool next_lost_range(uint64_t& offset, uint64_t& length) override {
+        if (!pending_) return false;
+        offset = begin_;
+        length = end_ - begin_;
+        pending_ = false;
+        told_ = true;
+        return true;
+    }
+
+private:
+    image_reader& inner_;
+    uint64_t begin_, end_;
+    bool pending_ = false, told_ = false;
+};
+
 }  // namespace
 
 // Rows away from chunk edges are those of the whole buffer; an entry cut by the end of the first
@@ -132,6 +160,25 @@ TEST(DeviceScan, ReadsOverlapAndTheLastIsCutOrPadded) {
     memory_image empty(image.data(), 0);
     EXPECT_EQ(run_road(opts, [&](input_scan& scan) { EXPECT_TRUE(scan_device(scan, empty, true)); }).err,
               std::string(long_erase_text) + "success");
+}
+
+// A stretch lost to damage reads as zeros, and its line comes once, after the read that met it, between
+// the percentage lines; it is met again in the next read's overlap, but not told again.
+TEST(DeviceScan, LostStretchesAreToldOnceOnLinesOfTheirOwn) {
+    byte_image image(256 * 1024);
+    put_entry(image, 1024, "http://kept.example/");
+    put_entry(image, 65536 * 3 + 1024, "http://lost.example/");
+    put_entry(image, 65536 * 3 + 52224, "http://after.example/");
+    memory_image memory(image.data(), image.size());
+    damaged_stretch damaged(memory, 65536 * 3, 65536 * 3 + 51200);  // into the last read's overlap
+    cmd_opts opts;
+    road_output disk = run_road(opts, [&](input_scan& scan) { EXPECT_TRUE(scan_device(scan, damaged, true)); });
+    // Reads at 0, 61440, 122880, 184320 and 245760; the last two meet the stretch.
+    EXPECT_EQ(disk.err, std::string(short_erase_text) + "percent done: 0\r" + long_erase_text +
+                            "prob reading media bytes 196608 to 247807, read as zeros\n" + long_erase_text + "success");
+    EXPECT_NE(line(disk.rows, 0).find("http://kept.example/"), std::string::npos);
+    EXPECT_NE(line(disk.rows, 1).find("http://after.example/"), std::string::npos);
+    EXPECT_EQ(disk.rows.find("http://lost.example/"), std::string::npos);
 }
 
 // Windows wholly in grains no file holds are passed over unread; the rows and every byte of the

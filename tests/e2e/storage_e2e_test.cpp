@@ -2,38 +2,16 @@
 // its grains, scanned as a chain and compared with the flattened disk scanned as a file.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <sstream>
 
 #include "foundation/hv_console.h"
 #include "support/builder.h"
-#include "support/needs.h"
+#include "support/images.h"
 #include "support/run_ravel.h"
 
 using namespace testsupport;
 
 namespace {
-
-bool shell(const std::string& command) { return std::system((command + " >/dev/null 2>&1").c_str()) == 0; }
-std::string quoted(const std::string& path) { return "'" + path + "'"; }
-
-// A container at `at` in `disk`: header, two URL entries, a LEAK and a REDR.
-void put_container(byte_image& disk, size_t at, const std::string& site) {
-    byte_image container(0x8000);
-    write_container_header(container, {"0AB1CD2E"}, 0);
-    url_entry entry;
-    entry.file_name = "index[1].htm";
-    entry.data = "HTTP/1.1 200 OK\r\nContent-Type: text/html\r\n\r\n~U:carol\r\n";
-    entry.last_modified = filetime_of(2013, 2, 1, 9, 30);
-    const std::string kinds[] = {"URL /page0", "URL /page1", "LEAK/leaked"};
-    for (size_t i = 0; i < 3; ++i) {
-        entry.signature = kinds[i].substr(0, 4);
-        entry.url = "http://" + site + kinds[i].substr(4);
-        write_url_entry(container, 0x5000 + 0x400 * i, entry);
-    }
-    write_redr_entry(container, 0x6400, "http://" + site + "/moved");
-    disk.text(at, container.bytes());
-}
 
 // The header row and the rows of a report, their last column (which names the input) replaced by `source`.
 std::string rows_with_source(const std::string& report, const std::string& source) {
@@ -47,19 +25,18 @@ std::string rows_with_source(const std::string& report, const std::string& sourc
 }  // namespace
 
 TEST(StorageE2e, SnapshotChainReadsAsTheFlattenedDisk) {
-    RAVEL_NEEDS(missing_tools({"qemu-img", "qemu-io"}, "qemu-utils"));
+    RAVEL_NEEDS(missing_qemu_tools());
     temp_dir dir;
     const std::string base = dir.file("base.vmdk"), child = dir.file("child.vmdk"), flat_disk = dir.file("flat.raw");
     byte_image disk(8 << 20), changes(0x8000), patch(0x400);
-    put_container(disk, 1 << 20, "base.example");
-    put_container(changes, 0, "child.example");
+    disk.text(1 << 20, small_container("base.example").bytes());
+    changes.text(0, small_container("child.example").bytes());
     url_entry over;
     over.url = "http://changed.example/over-the-base";
     write_url_entry(patch, 0, over);
     ASSERT_TRUE(write_file(dir.file("base.raw"), disk.bytes()) && write_file(dir.file("patch.bin"), patch.bytes()) &&
                 write_file(dir.file("changes.bin"), changes.bytes()) &&
-                shell("qemu-img convert -q -f raw -O vmdk -o subformat=monolithicSparse " +
-                      quoted(dir.file("base.raw")) + " " + quoted(base)) &&
+                qemu_vmdk(dir.file("base.raw"), base, "monolithicSparse") &&
                 shell("qemu-img create -q -f vmdk -b " + quoted(base) + " -F vmdk " + quoted(child)) &&
                 // Other entries in grains of their own, and one over the base's second URL entry.
                 shell("qemu-io -f vmdk -c 'write -s " + dir.file("changes.bin") + " 5242880 32768' -c 'write -s " +

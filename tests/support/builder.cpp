@@ -118,4 +118,21 @@ uint16_t dos_time_of(int hour, int minute, int second) {
     return static_cast<uint16_t>((hour << 11) | (minute << 5) | (second / 2));
 }
 
+byte_image small_container(const std::string& site) {
+    byte_image container(0x8000);
+    write_container_header(container, {"0AB1CD2E"}, 0);
+    url_entry entry;
+    entry.file_name = "index[1].htm";
+    entry.data = "HTTP/1.1 200 OK\r\nContent-Type: text/html\r\n\r\n~U:carol\r\n";
+    entry.last_modified = filetime_of(2013, 2, 1, 9, 30);
+    const std::string kinds[] = {"URL /page0", "URL /page1", "LEAK/leaked"};
+    for (size_t i = 0; i < 3; ++i) {
+        entry.signature = kinds[i].substr(0, 4);
+        entry.url = "http://" + site + kinds[i].substr(4);
+        write_url_entry(container, 0x5000 + 0x400 * i, entry);
+    }
+    write_redr_entry(container, 0x6400, "http://" + site + "/moved");
+    return container;
+}
+
 }  // namespace testsupport

@@ -91,6 +91,10 @@ size_t write_url_entry(byte_image& image, size_t offset, const url_entry& entry)
 // A "REDR" entry: signature, block count, URL at 16 with its NUL; answers its bytes in whole blocks.
 size_t write_redr_entry(byte_image& image, size_t offset, const std::string& url, uint32_t blocks = 1);
 
+// 32 KiB holding a container: header (one directory), two URL entries, a LEAK and a REDR, their URLs
+// on http://`site`/.
+byte_image small_container(const std::string& site);
+
 // "Client UrlCache MMF Ver 5.2", the first HASH offset and the directory table. Names are
 // written as 8 bytes (cut or NUL-padded).
 void write_container_header(byte_image& image, const std::vector<std::string>& directories,

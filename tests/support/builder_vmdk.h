@@ -17,11 +17,17 @@ constexpr size_t capacity = 12, grain_size = 20;                  // u64 sectors
 constexpr size_t descriptor_offset = 28, descriptor_size = 36;    // u64 sectors
 constexpr size_t entries_per_table = 44;                          // u32
 constexpr size_t grain_dir = 56, overhead = 64;                   // u64 sectors
+constexpr size_t compression = 77;                                // u16, 1: deflate
 constexpr size_t sector = 512;
+// streamOptimized: flags of compressed grains and markers; the directory offset that sends to the footer.
+constexpr uint32_t stream_flags = 0x30001;
+constexpr uint64_t directory_at_end = ~uint64_t{0};
 }  // namespace vmdk
 
 // One sparse extent: header, descriptor from sector 1, directory, tables, then the grains that
-// were written to, in the order of the virtual disk.
+// were written to, in the order of the virtual disk. Or, streamed, as VMware exports a disk: header
+// and descriptor, each grain compressed behind its marker, then the tables and the directory behind
+// metadata markers, a footer that says where the directory is, and the end-of-stream marker.
 class sparse_vmdk {
 public:
     // `capacity` in bytes; grains of `grain_sectors` x 512 bytes; tables of `entries_per_table`.
@@ -41,6 +47,8 @@ public:
     sparse_vmdk& table_count(uint32_t n) { table_count_ = n; return *this; }
     // Directory entry `table` points at `sector` instead of its table (past the end: a missing table).
     sparse_vmdk& directory_entry(uint32_t table, uint32_t sector) { overrides_[table] = sector; return *this; }
+    // Streamed, grains compressed (zlib format, in stored blocks).
+    sparse_vmdk& stream() { stream_ = true; return *this; }
     // Virtual bytes: each grain touched gets its slot in this file, zero where not written.
     sparse_vmdk& write(uint64_t offset, const std::string& bytes);
 
@@ -51,6 +59,7 @@ public:
 
 private:
     std::string descriptor_text() const;
+    byte_image streamed() const;
     uint64_t descriptor_sector_count() const;
     uint32_t tables() const;
     uint64_t grain_bytes() const { return uint64_t{grain_sectors_} * vmdk::sector; }
@@ -64,7 +73,25 @@ private:
     uint32_t table_count_ = 0;
     std::map<uint32_t, uint32_t> overrides_;  // directory entries
     std::map<uint64_t, std::string> grains_;  // grain index -> its bytes
+    bool stream_ = false;
 };
+
+// A raw disk of `size` bytes (4 MiB or more) that reads like evidence, every entry with a URL of its
+// own: a first MiB of text-like bytes that compress, with an entry every 8 KiB; two MiB of noise that
+// doesn't, holding a container that starts on a sector and one that doesn't, and an entry across the
+// end of the device road's 41st 64 KiB read; zeros after, but for a container 64 KiB before the end.
+byte_image evidence_disk(size_t size = 5 << 20);
+
+// EWF segment files: the signature and segment number, then sections, each led by a descriptor that
+// names its type and points at the next section; the closing "next" or "done" points at itself.
+namespace ewf {
+constexpr size_t first_section = 13;
+constexpr size_t type = 0, next = 16, size = 24;  // in a descriptor: 16 bytes of text, u64, u64
+constexpr size_t descriptor = 76;
+}  // namespace ewf
+
+// The skeleton of a segment file: each section of the type and byte count given, descriptor included.
+byte_image ewf_sections(const std::vector<std::pair<std::string, uint64_t>>& sections);
 
 // Partition tables and boot sectors.
 namespace disk {

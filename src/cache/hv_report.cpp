@@ -47,11 +47,33 @@ const char* const complete_column_names[] = {"offset", "allocated", "hash listed
     return found != 0;
 }
 
+// How many bytes of `text` are `mark`: byte-wide counts, which the compiler widens, in runs they can't
+// overflow.
+[[gnu::noipa]] size_t count_of(const char* text, size_t size, char mark) {
+    size_t count = 0;
+    while (size > 0) {
+        const size_t run = std::min<size_t>(size, 255);
+        unsigned char in_run = 0;
+        for (size_t i = 0; i < run; ++i) in_run = static_cast<unsigned char>(in_run + (text[i] == mark));
+        count += in_run;
+        text += run;
+        size -= run;
+    }
+    return count;
+}
+
 }  // namespace
 
 csv_fields::csv_fields(const std::string& separator) : separator_(separator) {
     const char marks[] = {separator.empty() ? '"' : separator[0], '"', '\r', '\n'};
     for (char c : marks) special_[static_cast<unsigned char>(c)] = true;
+    if (!separator.empty()) first_in_separator_ = static_cast<size_t>(std::count(separator.begin(), separator.end(), separator[0]));
+}
+
+bool csv_fields::plain_row(const char* row, size_t size, size_t separators) const {
+    if (separator_.empty() || holds_any(row, size, '"', '\r', '\n', '"')) return false;
+    // Each separator brings its own first bytes; one more means a field holds it.
+    return count_of(row, size, separator_[0]) == separators * first_in_separator_;
 }
 
 bool csv_fields::needs_quotes(const char* text, size_t size) const {
@@ -150,13 +172,11 @@ void write_header_row(std::ostream& out, const cmd_opts& opts) {
 
 namespace {
 
-// The row behind the note columns, in `line`. Each stamp group is a date text, the separator, the
-// time text with its zone word when there is a time, and the separator: empty columns for a stamp
-// that is unset or no date.
-void append_row(row_buffer& line, const activity_record& row, const cmd_opts& opts, stamp_formatter& stamps,
-                const csv_fields* csv) {
+// The four stamp groups. Each is a date text, the separator, the time text with its zone word when
+// there is a time, and the separator: empty columns for a stamp that is unset or no date.
+void append_stamps(row_buffer& line, const activity_record& row, const cmd_opts& opts, stamp_formatter& stamps,
+                   const csv_fields* csv) {
     static const char utc[] = " UTC", local[] = " local";
-    const std::string& sep = opts.separator;
     stamp_formatter::texts texts;
     auto stamp = [&](bool ok, const char* zone, size_t zone_size) {
         if (!ok) texts = stamp_formatter::texts();
@@ -172,30 +192,12 @@ void append_row(row_buffer& line, const activity_record& row, const cmd_opts& op
         stamp(row.is_leak && row.second_stamp.date_word != 0 && stamps.dos(row.second_stamp, texts), utc, sizeof utc - 1);
     stamp(row.expires.date_word != 0 && stamps.dos(row.expires, texts), utc, sizeof utc - 1);
     stamp(row.last_sync.date_word != 0 && stamps.dos(row.last_sync, texts), utc, sizeof utc - 1);
+}
 
-    if (csv != nullptr) {
-        auto field = [&](const char* text, size_t size) {
-            csv->put(line, text, size);
-            line.put(sep);
-        };
-        auto number = [&](uint64_t value) {
-            char digits[24];
-            field(digits, static_cast<size_t>(std::to_chars(digits, digits + sizeof digits, value).ptr - digits));
-        };
-        field(row.signature.data(), row.signature.size());
-        for (const std::string* text : {&row.url, &row.user, &row.file_name}) field(text->data(), text->size());
-        number(row.file_size);
-        field(row.directory.data(), row.directory.size());
-        number(row.count);
-        field(row.http_header.data(), row.http_header.size());
-        field(row.source_file.data(), row.source_file.size());
-        number(row.offset);
-        static const char* const answers[] = {"", "no", "yes"};
-        field(answers[row.allocated + 1], std::strlen(answers[row.allocated + 1]));
-        csv->put(line, answers[row.hash_listed + 1], std::strlen(answers[row.hash_listed + 1]));
-        line.put('\n');
-        return;
-    }
+// The usual row behind the note columns, in `line`.
+void append_row(row_buffer& line, const activity_record& row, const cmd_opts& opts, stamp_formatter& stamps) {
+    const std::string& sep = opts.separator;
+    append_stamps(line, row, opts, stamps, nullptr);
     line.put(row.signature.data(), row.signature.size());
     line.put(sep);
     line.put(row.url);
@@ -221,6 +223,66 @@ void append_row(row_buffer& line, const activity_record& row, const cmd_opts& op
     line.put('\n');
 }
 
+// `fields(csv)` writes a run of fields with `separators` separators, through `csv` when it is given.
+// Most runs need no quotes: written plain, their bytes are checked in one pass, and written again
+// field by field only when that finds a byte that calls for quotes.
+template <class Fields>
+void put_checked(row_buffer& line, const csv_fields& csv, size_t separators, Fields fields) {
+    const size_t start = line.size();
+    fields(nullptr);
+    if (csv.plain_row(line.data() + start, line.size() - start, separators)) return;
+    line.truncate(start);
+    fields(&csv);
+}
+
+// The lossless row behind the note columns, in `line`, its fields as CSV has them.
+void append_complete_row(row_buffer& line, const activity_record& row, const cmd_opts& opts, stamp_formatter& stamps,
+                         const csv_fields& csv) {
+    const std::string& sep = opts.separator;
+    auto value = [&line](const csv_fields* quoting, const char* text, size_t size) {
+        if (quoting != nullptr)
+            quoting->put(line, text, size);
+        else
+            line.put(text, size);
+    };
+    auto field = [&](const csv_fields* quoting, const char* text, size_t size) {
+        value(quoting, text, size);
+        line.put(sep);
+    };
+    auto text_field = [&](const csv_fields* quoting, const std::string& text) { field(quoting, text.data(), text.size()); };
+    auto number = [&](const csv_fields* quoting, uint64_t value) {
+        char digits[24];
+        field(quoting, digits, static_cast<size_t>(std::to_chars(digits, digits + sizeof digits, value).ptr - digits));
+    };
+    // The HTTP header mostly holds line ends, so it goes alone; the fields before it and after it are
+    // checked in two runs.
+    put_checked(line, csv, 15, [&](const csv_fields* quoting) {
+        append_stamps(line, row, opts, stamps, quoting);
+        field(quoting, row.signature.data(), row.signature.size());
+        for (const std::string* text : {&row.url, &row.user, &row.file_name}) text_field(quoting, *text);
+        number(quoting, row.file_size);
+        text_field(quoting, row.directory);
+        number(quoting, row.count);
+    });
+    text_field(&csv, row.http_header);
+    put_checked(line, csv, 3, [&](const csv_fields* quoting) {
+        text_field(quoting, row.source_file);
+        number(quoting, row.offset);
+        static const char* const answers[] = {"", "no", "yes"};
+        field(quoting, answers[row.allocated + 1], std::strlen(answers[row.allocated + 1]));
+        value(quoting, answers[row.hash_listed + 1], std::strlen(answers[row.hash_listed + 1]));
+    });
+    line.put('\n');
+}
+
+void append_any_row(row_buffer& line, const activity_record& row, const cmd_opts& opts, stamp_formatter& stamps,
+                    const csv_fields& csv) {
+    if (opts.complete_report)
+        append_complete_row(line, row, opts, stamps, csv);
+    else
+        append_row(line, row, opts, stamps);
+}
+
 // "0x" and the offset in at least 8 hex digits; the fill stays "0" on the stream, with no width left set.
 void write_note_offset(std::ostream& out, const activity_record& row, const cmd_opts& opts) {
     out << "0x" << std::hex << std::setfill('0') << std::setw(8) << row.offset << std::dec << opts.separator;
@@ -233,7 +295,7 @@ void write_activity_row(const activity_record& row, std::ostream& out, const cmd
     if (opts.show_note_columns) write_note_offset(out, row, opts);
     const csv_fields csv(opts.separator);
     row_buffer line;
-    append_row(line, row, opts, stamps, opts.complete_report ? &csv : nullptr);
+    append_any_row(line, row, opts, stamps, csv);
     out.write(line.data(), static_cast<std::streamsize>(line.size()));
     out.flush();
 }
@@ -269,7 +331,7 @@ void report_writer::write_row(const activity_record& row) {
         write_note_offset(out_, row, opts_);
     }
     line_.clear();
-    append_row(line_, row, opts_, stamps_, opts_.complete_report ? &csv_ : nullptr);
+    append_any_row(line_, row, opts_, stamps_, csv_);
     // One piece per row; the stream's sync does nothing, as std::endl's flush found it.
     out_.write(line_.data(), static_cast<std::streamsize>(line_.size()));
     out_.flush();

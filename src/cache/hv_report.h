@@ -24,6 +24,7 @@ void write_activity_row(const activity_record& row, std::ostream& out, const cmd
 class row_buffer {
 public:
     void clear() { size_ = 0; }
+    void truncate(size_t size) { size_ = std::min(size_, size); }
     void put(const char* bytes, size_t count) {
         if (count == 0) return;  // an empty field, into a buffer that may have no storage yet
         if (size_ + count > bytes_.size()) grow(count);
@@ -50,11 +51,15 @@ public:
     void put(row_buffer& line, const char* text, size_t size) const;
     // One field of two texts, such as a time and its zone word.
     void put(row_buffer& line, const char* text, size_t size, const char* more, size_t more_size) const;
+    // Whether a row written with `separators` separators and no quotes holds no field that needs them:
+    // then it is the row as quoting would write it.
+    bool plain_row(const char* row, size_t size, size_t separators) const;
 
 private:
     bool needs_quotes(const char* text, size_t size) const;
     static void put_quoted(row_buffer& line, const char* text, size_t size);
     std::string separator_;
+    size_t first_in_separator_ = 0;  // how often the separator holds its first byte
     bool special_[256] = {};
 };
 

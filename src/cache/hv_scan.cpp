@@ -151,17 +151,26 @@ void input_scan::find_container(const uint8_t* bytes, uint32_t length, uint64_t 
         return;
     const uint64_t declared = hv::le32(bytes, length, container_facts::at_declared_size);
     const uint64_t held = std::min<uint64_t>({declared, input_size_ - position, container_read_limit});
+    if (held == 0) return;
+    // Most containers lie inside the window that found them; the others are copied out of the input.
     // The header's first blocks hold the names and the bitmap; the rest is read only for a HASH chain.
-    std::vector<uint8_t> container(static_cast<size_t>(std::min<uint64_t>(held, container_facts::first_block)));
-    if (held == 0 || !image_->read(position, container.data(), container.size())) return;
-    if (!container_facts::head_answers_all(container.data(), container.size(), held)) {
-        container.resize(static_cast<size_t>(held));
-        if (!image_->read(position, container.data(), container.size())) return;
+    const uint8_t* read_from = bytes;
+    uint64_t read_size = held;
+    std::vector<uint8_t> copy;
+    if (held > length) {
+        copy.resize(static_cast<size_t>(std::min<uint64_t>(held, container_facts::first_block)));
+        if (!image_->read(position, copy.data(), copy.size())) return;
+        if (!container_facts::head_answers_all(copy.data(), copy.size(), held)) {
+            copy.resize(static_cast<size_t>(held));
+            if (!image_->read(position, copy.data(), copy.size())) return;
+        }
+        read_from = copy.data();
+        read_size = copy.size();
     }
     containers_.emplace_back();
     containers_.back().start = position;
     containers_.back().end = position + std::min(declared, input_size_ - position);
-    containers_.back().facts.read(container.data(), static_cast<uint32_t>(container.size()));
+    containers_.back().facts.read(read_from, static_cast<uint32_t>(read_size));
 }
 
 // The latest container found that holds `position`; those that end before it are dropped.

@@ -62,3 +62,35 @@ TEST(Report, SeparatorNoteColumnsAndShortForm) {
     opts.show_note_columns = opts.verbose = false;
     EXPECT_EQ(row_text(row, opts), "||||||||URL |http://a/|b|||||||\n");
 }
+
+// A lossless row is written plain and checked whole; a field that holds a byte that calls for quotes
+// must still be quoted alone, whatever run it stands in and whatever the separator's length.
+TEST(Report, LosslessFieldsAreQuotedOnlyWhereTheyMustBe) {
+    struct { const char* separator; const char* url; const char* header; const char* url_column; const char* header_column; } cases[] = {
+        {",", "http://a/", "", "http://a/", ""},
+        {",", "http://a/?x=1,2", "", "\"http://a/?x=1,2\"", ""},
+        {",", "say \"hi\"", "HTTP/1.1 200\r\n", "\"say \"\"hi\"\"\"", "\"HTTP/1.1 200\r\n\""},
+        {"ab", "http://a/", "a;b", "http://a/", "a;b"},          // the first byte alone asks for nothing
+        {"ab", "http://ab/", "", "\"http://ab/\"", ""},
+        {", ", "x,y", "", "x,y", ""},
+        {", ", "x, y", "", "\"x, y\"", ""},
+        {"aa", "baaa", "", "\"baaa\"", ""},
+        {"aa", "ba", "", "ba", ""},
+    };
+    for (const auto& c : cases) {
+        cmd_opts opts;
+        opts.complete_report = true;
+        opts.separator = c.separator;
+        activity_record row = url_row();
+        row.url = c.url;
+        row.http_header = c.header;
+        row.source_file = "in,dex.dat";
+        row.offset = 77;
+        const std::string s = c.separator;
+        std::string expected;
+        for (int i = 0; i < 8; ++i) expected += s;
+        expected += "URL " + s + c.url_column + s + s + s + "43" + s + s + "0" + s + c.header_column + s;
+        expected += (s == "," ? "\"in,dex.dat\"" : "in,dex.dat") + s + "77" + s + s + "\n";
+        EXPECT_EQ(row_text(row, opts), expected) << c.separator << " " << c.url;
+    }
+}

@@ -1,5 +1,6 @@
 #include "cache/hv_timeline.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cstring>
@@ -127,24 +128,25 @@ char* put_iso_utc(char* out, int64_t ticks) {
 
 // ---- text ---------------------------------------------------------------------------------------
 
-// Bytes a JSON string holds as they are: printable ASCII but the quote and the backslash.
-struct json_plain_bytes {
-    bool plain[256] = {};
-    json_plain_bytes() {
-        for (int c = 0x20; c < 0x7F; ++c) plain[c] = c != '"' && c != '\\';
+// How many of the 16 bytes at `p` are plain before the first that isn't, all sixteen tested at once.
+// Plain bytes, which a JSON string holds as they are, are printable ASCII but the quote and the
+// backslash.
+size_t plain_bytes(const unsigned char* p) {
+    typedef unsigned char sixteen __attribute__((vector_size(16)));
+    sixteen c;
+    std::memcpy(&c, p, sizeof c);
+    const auto special = (c < 0x20) | (c > 0x7E) | (c == '"') | (c == '\\');  // 0xFF where a byte isn't plain
+    uint64_t half[2];
+    std::memcpy(half, &special, sizeof half);
+    for (size_t h = 0; h < 2; ++h) {
+        if (half[h] == 0) continue;
+#if __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
+        return 8 * h + static_cast<size_t>(__builtin_clzll(half[h])) / 8;
+#else
+        return 8 * h + static_cast<size_t>(__builtin_ctzll(half[h])) / 8;
+#endif
     }
-};
-const json_plain_bytes json_bytes;
-
-// Whether the 8 bytes at `p` are all plain: none below 0x20, none from 0x7F, no quote, no backslash.
-bool plain_word(const unsigned char* p) {
-    constexpr uint64_t ones = 0x0101010101010101ull, highs = 0x8080808080808080ull;
-    uint64_t w;
-    std::memcpy(&w, p, sizeof w);
-    auto any_zero = [](uint64_t x) { return (x - ones) & ~x & highs; };
-    const uint64_t below_blank = (w - ones * 0x20) & ~w & highs;
-    const uint64_t from_del = (w | (w + ones)) & highs;  // a carry comes only out of a byte already caught
-    return (below_blank | from_del | any_zero(w ^ (ones * '"')) | any_zero(w ^ (ones * '\\'))) == 0;
+    return 16;
 }
 
 // The length of the well-formed UTF-8 sequence at `p`, or 0: overlong forms, surrogates and code
@@ -228,12 +230,20 @@ char* put_json_string(char* out, const char* text, size_t size) {
     *out++ = '"';
     size_t i = 0;
     while (i < size) {
-        while (i + 8 <= size && plain_word(bytes + i)) {
-            std::memcpy(out, bytes + i, 8);
-            out += 8;
-            i += 8;
+        // Plain bytes go sixteen at a time, up to the first that isn't.
+        size_t plain = 16;
+        for (; plain == 16 && i + 16 <= size; i += plain, out += plain) {
+            plain = plain_bytes(bytes + i);
+            std::memcpy(out, bytes + i, 16);
         }
-        while (i < size && json_bytes.plain[bytes[i]]) *out++ = static_cast<char>(bytes[i++]);
+        if (plain == 16) {  // the last few, padded with zeros, which are not plain
+            unsigned char last[16] = {};
+            std::memcpy(last, bytes + i, size - i);
+            plain = std::min(plain_bytes(last), size - i);
+            std::memcpy(out, last, plain);
+            i += plain;
+            out += plain;
+        }
         if (i == size) break;
         if (bytes[i] < 0x80) {
             out = put_json_escape(out, bytes[i++]);
@@ -354,10 +364,10 @@ void timeline_writer::write(std::ostream& out, const activity_record& row) {
         return;
     }
 
-    // The shared members go out once per event, straight from their buffer.
+    // The shared members are written once and copied into each event; the entry's events go out in one piece.
     static const char* const descriptions[] = {"Last Modified", "Last Accessed", "Expires", "Last Checked"};
-    static const char local_end[] = ",\"time_label\":\"local\"}\n", utc_end[] = ",\"time_label\":\"UTC\"}\n";
     put_jsonl_members(row);
+    line_.clear();
     for (size_t i = 0; i < count; ++i) {
         char head[96];
         char* p = put_literal(head, "{\"datetime\":\"");
@@ -365,11 +375,12 @@ void timeline_writer::write(std::ostream& out, const activity_record& row) {
         p = put_literal(p, "\",\"timestamp_desc\":\"");
         p = put_word(p, descriptions[stamps[i].kind]);
         p = put_literal(p, "\",");
-        out.write(head, p - head);
-        out.write(members_.data(), static_cast<std::streamsize>(members_size_));
+        line_.put(head, static_cast<size_t>(p - head));
+        line_.put(members_.data(), members_size_);
         if (stamps[i].local)
-            out.write(local_end, sizeof local_end - 1);
+            put_literal(line_, ",\"time_label\":\"local\"}\n");
         else
-            out.write(utc_end, sizeof utc_end - 1);
+            put_literal(line_, ",\"time_label\":\"UTC\"}\n");
     }
+    out.write(line_.data(), static_cast<std::streamsize>(line_.size()));
 }

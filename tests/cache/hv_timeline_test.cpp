@@ -36,4 +36,14 @@ TEST(Timeline, JsonStrings) {
         {"\xE2\x82x", "\"\xC3\xA2\xC2\x82x\""},                             // cut by a plain byte
     };
     for (const auto& c : cases) EXPECT_EQ(json_string(c.text), c.json) << c.text;
+    // Plain bytes go in runs: a special byte at every place of texts around a run's length.
+    const std::pair<char, std::string> specials[] = {{'"', "\\\""}, {'\n', "\\n"}, {'\x7f', "\\u007f"}, {'\xE9', "\xC3\xA9"}};
+    for (size_t size = 1; size <= 40; ++size)
+        for (size_t at = 0; at < size; ++at)
+            for (const auto& special : specials) {
+                std::string text(size, 'a');
+                text[at] = special.first;
+                EXPECT_EQ(json_string(text), "\"" + std::string(at, 'a') + special.second + std::string(size - at - 1, 'a') + "\"")
+                    << size << " " << at;
+            }
 }

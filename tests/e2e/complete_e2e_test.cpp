@@ -2,12 +2,15 @@
 // with its offset, its allocation and whether the container's HASH chain names it.
 #include <gtest/gtest.h>
 
+#include <cstdio>
+
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "support/builder.h"
 #include "support/builder_vmdk.h"
+#include "support/images.h"
 #include "support/needs.h"
 #include "support/read_csv.h"
 #include "support/run_ravel.h"
@@ -84,8 +87,9 @@ TEST(CompleteE2E, OneContainerGivesTheSameRowsWhereverItLies) {
     std::vector<record> want;
     for (size_t i = 1; i < expected.size(); ++i) want.push_back(without_place(expected[i], 0));
 
-    // Inside a raw image over 16 MiB: each placement puts an entry across a 32 KiB chunk's end, a
-    // 64 KiB read's end, or both; the image's last bytes end the container.
+    // Inside a raw image over 16 MiB, a VMDK and an E01 set: each placement puts an entry across a 32 KiB
+    // chunk's end, a 64 KiB read's end, or both; the image's last bytes end the container.
+    const std::string missing_ewf = missing_ewf_road();
     const size_t image_size = 17 << 20;
     const size_t placements[] = {28672 * 3 + 32768 - 0x4000 - 512, 61440 * 7 + 65536 - 0x4000 - 1024,
                                  image_size - c.end, 512 * 9001};
@@ -95,8 +99,14 @@ TEST(CompleteE2E, OneContainerGivesTheSameRowsWhereverItLies) {
         disk.text(at, c.image.bytes());
         ASSERT_TRUE(write_file(dir.file("disk.raw"), disk.bytes()));
         ASSERT_TRUE(sparse_vmdk(image_size, 128, 512).write(0, disk.bytes()).save(dir.file("disk.vmdk")));
-        for (const std::vector<std::string>& road : {std::vector<std::string>{"-complete", "-quiet", "-f", dir.file("disk.raw")},
-                                                     std::vector<std::string>{"-complete", "-vmdk", dir.file("disk.vmdk")}}) {
+        std::vector<std::vector<std::string>> roads = {{"-complete", "-quiet", "-f", dir.file("disk.raw")},
+                                                       {"-complete", "-vmdk", dir.file("disk.vmdk")}};
+        if (missing_ewf.empty()) {
+            std::remove(dir.file("disk.E01").c_str());
+            ASSERT_TRUE(ewf_acquire(dir.file("disk.raw"), dir.file("disk"), "fast"));
+            roads.push_back({"-complete", "-ewf", dir.file("disk.E01")});
+        }
+        for (const std::vector<std::string>& road : roads) {
             const run_result run = run_ravel(road);
             ASSERT_EQ(run.status, 0) << run.err;
             const std::vector<record> rows = complete_rows(run);
@@ -105,6 +115,7 @@ TEST(CompleteE2E, OneContainerGivesTheSameRowsWhereverItLies) {
             for (size_t i = 1; i < rows.size(); ++i) EXPECT_EQ(without_place(rows[i], at), want[i - 1]) << road[2];
         }
     }
+    RAVEL_NEEDS(missing_ewf);
 }
 
 TEST(CompleteE2E, EveryRowParsesToTwentyFieldsThatKeepTheirBytes) {

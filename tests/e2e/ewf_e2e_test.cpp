@@ -18,11 +18,6 @@ using namespace testsupport;
 
 namespace {
 
-std::string missing_ewf() {
-    if (!ewf_image::offered()) return "ravel built without libewf (Debian package libewf-dev)";
-    return missing_ewf_tools();
-}
-
 // The VMDK road over `disk`, from a file named case.E01 in `folder`, so that its last column reads as
 // that of `-ewf case.E01` run there.
 run_result vmdk_road(const byte_image& disk, const std::string& folder) {
@@ -33,7 +28,7 @@ run_result vmdk_road(const byte_image& disk, const std::string& folder) {
 }  // namespace
 
 TEST(EwfE2E, ImagesGiveTheRowsOfTheRawDisk) {
-    RAVEL_NEEDS(missing_ewf());
+    RAVEL_NEEDS(missing_ewf_road());
     temp_dir dir;
     const byte_image disk = evidence_disk();
     ASSERT_TRUE(write_file(dir.file("disk.raw"), disk.bytes()) && write_file(dir.file("vmdk/.keep"), ""));
@@ -64,7 +59,7 @@ TEST(EwfE2E, ImagesGiveTheRowsOfTheRawDisk) {
 
 // Each with its message, no header row, status -1; the segment files are named as libewf found them.
 TEST(EwfE2E, SetsThatWontOpenAreRefusedByName) {
-    RAVEL_NEEDS(missing_ewf());
+    RAVEL_NEEDS(missing_ewf_road());
     temp_dir dir;
     ASSERT_TRUE(write_file(dir.file("disk.raw"), evidence_disk().bytes()) &&
                 ewf_acquire(dir.file("disk.raw"), dir.file("case"), "none", 1 << 20));
@@ -99,7 +94,7 @@ TEST(EwfE2E, SetsThatWontOpenAreRefusedByName) {
 // A byte flipped inside a compressed chunk: one line names the chunk's bytes, which read as zeros; the
 // rows are those of the raw disk with that stretch zeroed, and the run succeeds.
 TEST(EwfE2E, DamagedChunkIsToldOnceAndReadsAsZeros) {
-    RAVEL_NEEDS(missing_ewf());
+    RAVEL_NEEDS(missing_ewf_road());
     temp_dir dir;
     byte_image disk = evidence_disk();
     ASSERT_TRUE(write_file(dir.file("disk.raw"), disk.bytes()) && write_file(dir.file("vmdk/.keep"), "") &&

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "storage/hv_ewf.h"
 #include "support/needs.h"
 
 namespace testsupport {
@@ -13,6 +14,11 @@ inline std::string quoted(const std::string& path) { return "'" + path + "'"; }
 inline bool shell(const std::string& command) { return std::system((command + " >/dev/null 2>&1").c_str()) == 0; }
 
 inline std::string missing_ewf_tools() { return missing_tools({"ewfacquire"}, "ewf-tools"); }
+// What the -ewf road lacks here: libewf in the build, or the tool that makes the sets.
+inline std::string missing_ewf_road() {
+    if (!ewf_image::offered()) return "ravel built without libewf (Debian package libewf-dev)";
+    return missing_ewf_tools();
+}
 inline std::string missing_qemu_tools() { return missing_tools({"qemu-img", "qemu-io"}, "qemu-utils"); }
 
 // `raw` acquired, unattended, as `target`.E01, .E02, ... with "none" or "fast" compression; segments of at

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
-
 #include <sstream>
 #include <string>
 #include <vector>

@@ -36,15 +36,26 @@ namespace {
 // The lossless report's columns behind the usual ones.
 const char* const complete_column_names[] = {"offset", "allocated", "hash listed"};
 
-// Whether any byte of `text` is one of the four: one branch-free pass that the compiler widens. Out of
-// line and opaque: given constant bytes, the compiler turns the tests into a bit test it can't widen.
-[[gnu::noipa]] bool holds_any(const char* text, size_t size, char a, char b, char c, char d) {
-    unsigned char found = 0;
-    for (size_t i = 0; i < size; ++i) {
-        const char x = text[i];
-        found |= static_cast<unsigned char>((x == a) | (x == b) | (x == c) | (x == d));
+// Whether any byte of `text` is one of the four, sixteen bytes tested at once. The last few are padded
+// with copies of the first of them, which answers for itself.
+bool holds_any(const char* text, size_t size, char a, char b, char c, char d) {
+    typedef char sixteen __attribute__((vector_size(16)));
+    sixteen found = {};
+    auto test = [&](const sixteen& x) { found |= (x == a) | (x == b) | (x == c) | (x == d); };
+    size_t i = 0;
+    for (sixteen x; i + 16 <= size; i += 16) {
+        std::memcpy(&x, text + i, sizeof x);
+        test(x);
     }
-    return found != 0;
+    if (i < size) {
+        sixteen x;
+        std::memset(&x, text[i], sizeof x);
+        std::memcpy(&x, text + i, size - i);
+        test(x);
+    }
+    uint64_t half[2];
+    std::memcpy(half, &found, sizeof half);
+    return (half[0] | half[1]) != 0;
 }
 
 // How many bytes of `text` are `mark`: byte-wide counts, which the compiler widens, in runs they can't

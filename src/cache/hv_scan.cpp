@@ -15,6 +15,7 @@ namespace {
 
 constexpr uint64_t whole_entry_bytes = 10 * entry_block_size;  // more than the largest entry reported
 constexpr uint64_t container_boundary = 512;
+constexpr uint32_t container_word = 0x65696C43;  // "Clie", as a container's header begins
 constexpr uint64_t container_read_limit = 32u << 20;  // a larger container's chain may not be read whole
 
 }  // namespace
@@ -121,8 +122,9 @@ bool input_scan::scan_whole_entries(const uint8_t* buffer, uint32_t length, uint
     bool found = false;
     for (uint64_t at = 0; base + at < report_end && at + 4 <= length; at += entry_block_size) {
         const uint64_t position = base + at;
-        if (find_containers_ && position % container_boundary == 0) find_container(buffer + at, length - static_cast<uint32_t>(at), position);
         const uint32_t word = hv::le32(buffer, length, static_cast<size_t>(at));
+        if (word == container_word && find_containers_ && position % container_boundary == 0)
+            find_container(buffer + at, length - static_cast<uint32_t>(at), position);
         if (word != signature_url && word != signature_leak && word != signature_redr) continue;
         found = true;
         const container_span* container = container_at(position);

@@ -8,6 +8,7 @@
 
 #include "cache/hv_big_file.h"
 #include "cache/hv_entry.h"
+#include "cache/hv_process_input.h"
 #include "cache/hv_scan.h"
 #include "cmdline/hv_cmd_params.h"
 #include "storage/hv_image.h"

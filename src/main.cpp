@@ -1,3 +1,3 @@
-#include "cmdline/hv_driver.h"
+#include "hv_driver.h"
 
 int main(int argc, char** argv) { return run_driver(argc, argv); }

@@ -112,7 +112,7 @@ bool scan_big_file(input_scan& scan, cmd_opts& opts, image_reader& file) {
         position = next;
         if (position + length > total) length = static_cast<uint32_t>(total - position);
     } while (position < total && static_cast<int32_t>(length) > 0);
-    clear_status_line(opts);
+    clear_status_line(opts.show_progress);
     return true;
 }
 

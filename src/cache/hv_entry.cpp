@@ -3,10 +3,9 @@
 #include <algorithm>
 #include <cstring>
 
-#include "cache/hv_scan.h"
 #include "cmdline/hv_cmd_params.h"
 #include "foundation/hv_string.h"
-#include "storage/hv_fileio.h"
+#include "storage/hv_text_conversion.h"
 
 namespace {
 
@@ -332,4 +331,15 @@ void fill_activity_from_redr(activity_record& row, REDR_ACTIVITY_RECORD&& record
     row.url.swap(record.url);
     row.valid = record.valid;
     row.is_redr = true;
+}
+
+uint32_t find_next_signature(const uint8_t* from, uint64_t size) {
+    if (!from || size < entry_block_size) return no_signature;
+    // Position 0 is never looked at: called on an entry, this finds the one behind it.
+    for (uint64_t p = entry_block_size; p < size - 4; p += entry_block_size) {
+        uint32_t word = hv::le32(from, size, p);
+        if (word == signature_url || word == signature_leak || word == signature_redr)
+            return p < no_signature ? static_cast<uint32_t>(p) : no_signature;
+    }
+    return no_signature;
 }

@@ -5,6 +5,13 @@
 
 #include "cache/hv_activity.h"
 
+// Answer of find_next_signature when no signature follows.
+constexpr uint32_t no_signature = 0xFFFFFFFFu;
+
+// Distance from `from` to the next "URL ", "LEAK" or "REDR" on a 128-byte boundary, never
+// looking at `from` itself; no_signature when none lies before the last 4 bytes.
+uint32_t find_next_signature(const uint8_t* from, uint64_t size);
+
 class cmd_opts;
 
 // Entries of this many blocks or more are never reported.

@@ -21,18 +21,6 @@ const char* const column_names[] = {
     "HTTP header",   "index.dat filename",
 };
 
-}  // namespace
-
-void row_buffer::grow(size_t more) { bytes_.resize(std::max(bytes_.size() * 2, size_ + more + 1024)); }
-
-void row_buffer::put_decimal(uint64_t value) {
-    char digits[24];
-    const char* end = std::to_chars(digits, digits + sizeof digits, value).ptr;
-    put(digits, static_cast<size_t>(end - digits));
-}
-
-namespace {
-
 // The lossless report's columns behind the usual ones.
 const char* const complete_column_names[] = {"offset", "allocated", "hash listed"};
 

@@ -1,4 +1,5 @@
-// The report's header row and its rows: plain delimited text, nothing quoted or escaped.
+// The report's header row and its rows: plain delimited text, or with -complete fields quoted as CSV
+// has them.
 #pragma once
 #include <cstdint>
 #include <cstring>
@@ -8,6 +9,7 @@
 #include <vector>
 
 #include "cache/hv_activity.h"
+#include "cache/hv_row_buffer.h"
 #include "foundation/hv_date_text.h"
 
 class cmd_opts;
@@ -19,29 +21,6 @@ void write_header_row(std::ostream& out, const cmd_opts& opts);
 // One row and its line end. With show_note_columns the caller has written the row's number and
 // a separator already.
 void write_activity_row(const activity_record& row, std::ostream& out, const cmd_opts& opts);
-
-// The text of one row, in a buffer that keeps its storage from row to row.
-class row_buffer {
-public:
-    void clear() { size_ = 0; }
-    void truncate(size_t size) { size_ = std::min(size_, size); }
-    void put(const char* bytes, size_t count) {
-        if (count == 0) return;  // an empty field, into a buffer that may have no storage yet
-        if (size_ + count > bytes_.size()) grow(count);
-        std::memcpy(bytes_.data() + size_, bytes, count);
-        size_ += count;
-    }
-    void put(const std::string& text) { put(text.data(), text.size()); }
-    void put(char c) { put(&c, 1); }
-    void put_decimal(uint64_t value);
-    const char* data() const { return bytes_.data(); }
-    size_t size() const { return size_; }
-
-private:
-    void grow(size_t more);
-    std::vector<char> bytes_;
-    size_t size_ = 0;
-};
 
 // Fields of the lossless report, as CSV has them: quoted, their quotes doubled, when they hold the
 // separator, a quote or a line end.

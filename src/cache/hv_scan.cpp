@@ -5,10 +5,7 @@
 #include <iostream>
 #include <utility>
 
-#include "cache/hv_big_file.h"
-#include "cache/hv_ewf_input.h"
 #include "cmdline/hv_cmd_params.h"
-#include "storage/hv_ewf.h"
 #include "storage/hv_image.h"
 
 namespace {
@@ -19,17 +16,6 @@ constexpr uint32_t container_word = 0x65696C43;  // "Clie", as a container's hea
 constexpr uint64_t container_read_limit = 32u << 20;  // a larger container's chain may not be read whole
 
 }  // namespace
-
-uint32_t find_next_signature(const uint8_t* from, uint64_t size) {
-    if (!from || size < entry_block_size) return no_signature;
-    // Position 0 is never looked at: called on an entry, this finds the one behind it.
-    for (uint64_t p = entry_block_size; p < size - 4; p += entry_block_size) {
-        uint32_t word = hv::le32(from, size, p);
-        if (word == signature_url || word == signature_leak || word == signature_redr)
-            return p < no_signature ? static_cast<uint32_t>(p) : no_signature;
-    }
-    return no_signature;
-}
 
 // ---- rows waiting for their order -------------------------------------------------------------
 
@@ -234,55 +220,4 @@ void input_scan::end_input() {
     for (size_t i = 0; i < waiting_.size(); ++i) write(waiting_[i]);
     waiting_.clear();
     report_.end_input();
-}
-
-// ---- one input --------------------------------------------------------------------------------
-
-bool scan_file(input_scan& scan, cmd_opts& opts, image_reader& file, bool& result) {
-    result = false;
-    const uint64_t size = file.size();
-    if (size == 0) return false;
-    if (size > whole_file_limit) {
-        result = scan_big_file(scan, opts, file);
-        return true;
-    }
-    const uint8_t* bytes = view_or_read(file, 0, static_cast<size_t>(size), scan.buffer);
-    if (bytes == nullptr) return false;  // no memory or no read: no header row either
-    scan.use_image(file, false);
-    classify_container_path(opts);
-    const uint32_t length = static_cast<uint32_t>(size);
-    INDEX_DAT_RECORD record;
-    if (!opts.scan_bad_header && !read_container_header(record, bytes, length)) return true;
-    opts.scan_bad_header = true;
-    scan.use_directory_table(bytes, length);
-    // Read whole, the input's answer is whether it gave rows.
-    result = scan.scan_buffer(bytes, length, 0, UINT64_MAX) && scan.rows() != 0;
-    return true;
-}
-
-bool process_input(input_scan& scan, cmd_opts& opts) {
-    scan.begin_input();
-    bool result = false;
-    if (!opts.current_file.empty()) {
-        file_image file;
-        if (!file.open(opts.current_file)) {
-            std::cout << "prob opening " << opts.current_file << " for read, aborting\n";
-            return false;
-        }
-        if (!scan_file(scan, opts, file, result)) return false;
-    } else if (!opts.partition.empty() || !opts.vmdk_files.empty()) {
-        result = scan_device_input(scan, opts);
-    } else if (!opts.ewf_file.empty()) {
-        ewf_image image;
-        if (!open_ewf_input(image, opts.ewf_file)) return false;  // told; no header row, as for -f
-        result = scan_device(scan, image, true);
-    }
-    // The first input to get here prints the header, whether it gave rows or not.
-    scan.end_input();
-    return result;
-}
-
-bool process_input(std::ostream& out, cmd_opts& opts) {
-    input_scan scan(out, opts);
-    return process_input(scan, opts);
 }

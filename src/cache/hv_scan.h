@@ -1,4 +1,4 @@
-// The signature walk over the windows of an input, and the run of one input from open to report.
+// The signature walk over the windows of an input; the roads (hv_process_input, hv_big_file) feed it.
 #pragma once
 #include <cstdint>
 #include <ostream>
@@ -11,15 +11,6 @@
 
 class cmd_opts;
 class image_reader;
-
-// Answer of find_next_signature when no signature follows.
-constexpr uint32_t no_signature = 0xFFFFFFFFu;
-// A file of this size or less is read whole; a larger one goes in chunks.
-constexpr uint64_t whole_file_limit = 16777216;
-
-// Distance from `from` to the next "URL ", "LEAK" or "REDR" on a 128-byte boundary, never
-// looking at `from` itself; no_signature when none lies before the last 4 bytes.
-uint32_t find_next_signature(const uint8_t* from, uint64_t size);
 
 // Rows in rising order of position, kept from input to input so that their texts keep their storage.
 class held_rows {
@@ -95,15 +86,3 @@ private:
     bool names_settled_ = true;
     uint64_t names_end_ = 0;  // past this, no decoding reaches the name bytes
 };
-
-// The file road over any reader: read whole up to 16 MiB, in chunks beyond. False, with nothing
-// written, when there was nothing to scan (an empty input, or one that couldn't be read); otherwise
-// `result` is process_input's answer.
-bool scan_file(input_scan& scan, cmd_opts& opts, image_reader& file, bool& result);
-
-// Parses the input named by opts (current_file, partition or vmdk_files) and writes its rows,
-// the header row first when it is still pending. True when the input gave rows (on the big-file
-// and device roads: when the input could be read).
-bool process_input(input_scan& scan, cmd_opts& opts);
-// The same for a run of one input.
-bool process_input(std::ostream& out, cmd_opts& opts);

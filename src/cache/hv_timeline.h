@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "cache/hv_activity.h"
-#include "cache/hv_report.h"
+#include "cache/hv_row_buffer.h"
 #include "cmdline/hv_cmd_params.h"
 
 // `text` as a JSON string with its quotes, at `out`, which has room for 6 * size + 2 bytes; answers the

@@ -2,6 +2,7 @@
 
 #include <sys/time.h>
 
+#include "storage/hv_fileio.h"
 
 namespace {
 
@@ -19,6 +20,28 @@ uint64_t filetime_now() {
 cmd_params::cmd_params() { clear(); }
 
 cmd_params::~cmd_params() = default;
+
+console_settings cmd_params::console() const {
+    console_settings settings;
+    settings.show_progress = show_progress;
+    settings.diags_good = diags_on && diags_stream && diags_stream->good();
+    settings.diags_path = diags_path;
+    settings.profile = profile;
+    settings.signal_arg = signal_arg;
+    settings.append_file = uni::append_to_file;
+    return settings;
+}
+
+time_window cmd_params::time_bounds() const {
+    time_window window;
+    window.start_valid = start_time_valid;
+    window.start_filetime = start_time_filetime;
+    window.start_unix = start_time_unix;
+    window.stop_valid = stop_time_valid;
+    window.stop_filetime = stop_time_filetime;
+    window.stop_unix = stop_time_unix;
+    return window;
+}
 
 void cmd_params::clear() {
     run_filetime = filetime_now();
@@ -73,6 +96,7 @@ void cmd_params::clear() {
     diags_path.clear();
     profile = false;
     signal_arg.clear();
+    log.clear();
     name_filters.clear();
     skip_filters.clear();
     pipe_input = false;

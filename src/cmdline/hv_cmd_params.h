@@ -8,8 +8,17 @@
 #include <string>
 #include <vector>
 
+#include "foundation/hv_console.h"
 #include "foundation/hv_date_text.h"  // date_layout
 #include "input/hv_name_filter.h"
+
+// Built and cleared with the options, never filled: nothing on the roads writes a log record.
+struct log_record : file_stats {
+    std::vector<std::string> lines;
+    std::vector<std::string> notes;
+
+    void clear() { *this = log_record(); }
+};
 
 // -timeline: the report is a timeline of the entries' stamps instead of rows.
 enum class timeline_form : uint8_t { none, body, jsonl };
@@ -23,6 +32,13 @@ public:
 
     // Returns every field to its default; closes the diagnostics log.
     void clear();
+
+    // The -diags log when it is open, else null.
+    std::ostream* diags() const { return diags_on ? diags_stream.get() : nullptr; }
+    // What the console context takes from the options.
+    console_settings console() const;
+    // What the name filters test a file's times against.
+    time_window time_bounds() const;
 
     uint64_t run_filetime;  // construction time, 100 ns ticks since 1601
     std::string command_line;
@@ -76,6 +92,7 @@ public:
     std::string diags_path;
     bool profile;
     std::string signal_arg;
+    log_record log;
     std::vector<filename_filter> name_filters;
     std::vector<filename_filter> skip_filters;
     bool pipe_input;

@@ -7,6 +7,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <iostream>
+#include <sstream>
 
 #include "cmdline/hv_cmd_params.h"
 #include "cmdline/hv_host.h"
@@ -17,6 +19,8 @@
 #include "input/hv_name_filter.h"
 #include "storage/hv_ewf.h"
 #include "storage/hv_fileio.h"
+#include "storage/hv_text_conversion.h"
+#include "storage/hv_vmdk.h"
 
 namespace {
 
@@ -63,7 +67,7 @@ void take_diags(cmd_opts& o, arg_list& args) {
         return;
     }
     o.diags_on = true;
-    diag_line(o, o.command_line);
+    diag_line(o.diags(), o.command_line);
     if (take_flag("-l2", args))
         o.diags_level = 2;
     else if (take_flag("-l3", args))
@@ -309,30 +313,6 @@ void set_separator(cmd_params& p, const std::string& text, bool semicolon_for_co
     }
 }
 
-bool split_list(const std::string& text, char separator, std::vector<std::string>& out) {
-    out.clear();
-    if (text.empty()) return false;
-    size_t start = 0;
-    while (true) {
-        size_t end = text.find(separator, start);
-        std::string piece = text.substr(start, end == std::string::npos ? std::string::npos : end - start);
-        if (trim_whitespace(piece)) out.push_back(piece);
-        if (end == std::string::npos) break;
-        start = end + 1;
-    }
-    return true;
-}
-
-void split_list_any(const std::string& text, const std::string& separators, std::vector<std::string>& out) {
-    out.clear();
-    for (char c : separators) {
-        if (text.find(c) == std::string::npos) continue;
-        if (split_list(text, c, out) && !out.empty()) return;
-        break;
-    }
-    out.assign(1, text);
-}
-
 bool parse_signed_number(const std::string& text, int32_t& out) {
     int64_t value = 0;
     if (!parse_signed_text(text, value)) return false;
@@ -521,5 +501,53 @@ bool parse_options(cmd_opts& o, arg_list& args) {
 
     parse_date_time_format(&o.date_layout, o.date_format, o.time_format, o.pair_datetime);
     read_host_product_version(o);
+    return true;
+}
+
+bool parse_offset(const std::string& text, uint64_t& out) {
+    int64_t value = 0;
+    if (!parse_signed_text(text, value)) return false;
+    out = static_cast<uint64_t>(value);
+    return true;
+}
+
+bool parse_vmdk_list(cmd_opts& opts, std::vector<std::string>& args, vmdk_check_fn check,
+                     vmdk_second_check_fn second_check, bool skip_table, std::string const& option_word) {
+    if (!skip_table) {
+        if (!parse_options(opts, args)) return false;
+    } else if (args.empty()) {
+        return false;
+    }
+    std::string value;
+    if (!take_option(option_word, value, args)) return true;
+    std::vector<std::string> pieces;
+    split_list_any(value, "|,;", pieces);
+    for (const std::string& piece : pieces) opts.vmdk_files.push_back(wide_of(piece));
+    while (take_option(option_word, value, args)) opts.vmdk_files.push_back(wide_of(value));
+
+    if (take_option("-offset", value, args)) parse_offset(value, opts.image_offset);
+
+    std::ostringstream messages;
+    std::vector<std::wstring> suggestion;
+    if (check != nullptr && !check(opts.vmdk_files, messages, suggestion)) {
+        std::cerr << messages.str() << "\n";
+        if (!suggestion.empty()) {
+            std::string joined;
+            for (size_t i = 0; i < suggestion.size(); ++i) {
+                if (i != 0) joined += " | ";
+                joined += narrow_of(suggestion[i]);
+            }
+            std::cerr << "suggested array: " << option_word << " \"" << joined << "\"\n";
+        }
+        std::cerr.flush();
+        return false;
+    }
+    if (second_check == nullptr) return true;
+    bool ignore_image_size = opts.image_offset != 0 && take_flag("-ignore_image_size", args);
+    uint8_t result = 0;
+    if (!second_check(messages, opts.vmdk_files, opts.image_offset, result, ignore_image_size)) {
+        std::cerr << messages.str() << "\n";
+        return false;
+    }
     return true;
 }

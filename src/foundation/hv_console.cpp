@@ -3,9 +3,7 @@
 #include <algorithm>
 #include <sstream>
 
-#include "cmdline/hv_cmd_params.h"
 #include "foundation/hv_time.h"
-#include "storage/hv_fileio.h"
 
 const char short_erase_text[] = "\x1b[2K\r    \r";
 const char long_erase_text[] = "\x1b[2K\r                           \r";
@@ -49,19 +47,10 @@ FILE* redirect_console_output(FILE* target) {
 
 cmdline_ctx::cmdline_ctx() = default;
 
-void cmdline_ctx::configure(const cmd_params& options, signal_callback_fn callback) {
-    console_settings settings;
-    settings.show_progress = options.show_progress;
-    settings.diags_good = options.diags_on && options.diags_stream && options.diags_stream->good();
-    settings.diags_path = options.diags_path;
-    settings.profile = options.profile;
-    settings.signal_arg = options.signal_arg;
-    configure(settings, callback);
-}
-
 void cmdline_ctx::configure(const console_settings& settings, signal_callback_fn callback) {
     if (settings.show_progress) clear_line_at_end = true;
     if (settings.diags_good) elapsed_file = settings.diags_path;
+    append_file = settings.append_file;
     report_elapsed = settings.profile;
     // The elapsed time counts from here, the end of option parsing.
     if (settings.profile || !elapsed_file.empty()) start_stamp = hv::ntp_now();
@@ -79,14 +68,8 @@ cmdline_ctx::~cmdline_ctx() {
         std::ostringstream text;
         text << "->" << seconds << " secs";
         if (report_elapsed) fprintf(console_error(), "%s\n", text.str().c_str());
-        if (!elapsed_file.empty()) {
-            // The diagnostics log is already closed by now; the file must exist.
-            uni::fileio file;
-            if (file.open(elapsed_file, true, true, false)) {
-                file.append_text(text);
-                file.close();
-            }
-        }
+        // The diagnostics log is already closed by now; a failing append is ignored.
+        if (!elapsed_file.empty() && append_file != nullptr) append_file(elapsed_file, text);
     }
     if (signal_callback != nullptr && !signal_arg.empty()) signal_callback(&signal_arg);
 }
@@ -159,8 +142,8 @@ void write_console_error(const std::string& bytes) {
     fflush(err);
 }
 
-void clear_status_line(const cmd_params& options) {
-    if (options.show_progress) write_long_erase();
+void clear_status_line(bool show_progress) {
+    if (show_progress) write_long_erase();
 }
 
 int print_error(const char* format, ...) {
@@ -196,8 +179,8 @@ bool set_console_title(const char* text) {
     return true;
 }
 
-void diag_line(cmd_params& options, const std::string& text) {
-    if (!options.diags_on || !options.diags_stream) return;
-    *options.diags_stream << "->" << text << '\n';
-    options.diags_stream->flush();
+void diag_line(std::ostream* log, const std::string& text) {
+    if (log == nullptr) return;
+    *log << "->" << text << '\n';
+    log->flush();
 }

@@ -6,13 +6,10 @@
 #include <cstdint>
 #include <cstdio>
 #include <ostream>
+#include <sstream>
 #include <streambuf>
 #include <string>
 #include <vector>
-
-#include "input/hv_name_filter.h"
-
-class cmd_params;
 
 // ESC "[2K" CR, blanks, CR: wipes the status line and leaves the cursor at column 0.
 extern const char short_erase_text[];  // 4 blanks, 10 bytes
@@ -25,14 +22,17 @@ FILE* redirect_console_output(FILE* target);
 
 // The handler of -signal; gets the address of the context's signal_arg.
 using signal_callback_fn = int (*)(std::string* arg);
+// Appends `text` to the existing file at `path`; the file layer's, so that its opens stay in one place.
+using append_file_fn = bool (*)(const std::string& path, std::ostringstream& text);
 
-// What the context takes from the options (configure's first step).
+// What the context takes from the options (the command line gives it: console_settings_of).
 struct console_settings {
     bool show_progress = true;
     bool diags_good = false;  // diags_on, and the log stream exists and is good
     std::string diags_path;
     bool profile = false;
     std::string signal_arg;
+    append_file_fn append_file = nullptr;  // how the elapsed time reaches diags_path
 
     void clear() { *this = console_settings(); }
     bool valid() const { return true; }
@@ -47,7 +47,6 @@ public:
     cmdline_ctx& operator=(const cmdline_ctx&) = delete;
 
     // Second step of construction, right after the option table.
-    void configure(const cmd_params& options, signal_callback_fn callback);
     void configure(const console_settings& settings, signal_callback_fn callback);
 
     int32_t reserved = 0;
@@ -57,14 +56,7 @@ public:
     std::string elapsed_file;  // the elapsed text is appended here when not empty
     std::string signal_arg;
     signal_callback_fn signal_callback = nullptr;
-};
-
-// A member of cmd_params, built and cleared, never filled.
-struct log_record : file_stats {
-    std::vector<std::string> lines;
-    std::vector<std::string> notes;
-
-    void clear() { *this = log_record(); }
+    append_file_fn append_file = nullptr;
 };
 
 #if defined(__GNUC__)
@@ -87,7 +79,7 @@ void append_status_line(std::string& out, const char* format, ...) HV_PRINTF_LIK
 void write_console_error(const std::string& bytes);
 
 // The long erase, when show_progress is set.
-void clear_status_line(const cmd_params& options);
+void clear_status_line(bool show_progress);
 
 // Long erase, then the message WITHOUT its last character ("success\n" shows as "success").
 // Messages of 4097 characters or more vanish. Answers the formatted length, or 0.
@@ -96,8 +88,8 @@ int print_error(const char* format, ...) HV_PRINTF_LIKE(1, 2);
 // ESC "]0;" text BEL on standard output; false for null.
 bool set_console_title(const char* text);
 
-// "->" text and a line end to the -diags log, when one is open.
-void diag_line(cmd_params& options, const std::string& text);
+// "->" text and a line end to the -diags log; null when none is open.
+void diag_line(std::ostream* log, const std::string& text);
 
 // A stream that throws everything away.
 class null_out_buf : public std::streambuf {

@@ -323,3 +323,27 @@ std::string expand_path_text(std::string text, bool allow_vss) {
     }
     return text;
 }
+
+bool split_list(const std::string& text, char separator, std::vector<std::string>& out) {
+    out.clear();
+    if (text.empty()) return false;
+    size_t start = 0;
+    while (true) {
+        size_t end = text.find(separator, start);
+        std::string piece = text.substr(start, end == std::string::npos ? std::string::npos : end - start);
+        if (trim_whitespace(piece)) out.push_back(piece);
+        if (end == std::string::npos) break;
+        start = end + 1;
+    }
+    return true;
+}
+
+void split_list_any(const std::string& text, const std::string& separators, std::vector<std::string>& out) {
+    out.clear();
+    for (char c : separators) {
+        if (text.find(c) == std::string::npos) continue;
+        if (split_list(text, c, out) && !out.empty()) return;
+        break;
+    }
+    out.assign(1, text);
+}

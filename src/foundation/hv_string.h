@@ -3,6 +3,7 @@
 #pragma once
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace hv {
 
@@ -58,6 +59,14 @@ bool parse_uint_text(const char* text, uint32_t* out);
 // Signed forms, decided on a trimmed, lowered copy: hexadecimal after an 'x' anywhere, octal after an
 // 'o' anywhere, else decimal when it starts with '+', '-' or a digit. False, `out` untouched, otherwise.
 bool parse_signed_text(const std::string& text, int64_t& out);
+
+// Cuts `text` at `separator`, pieces trimmed of blanks, tabs, CR and LF, empty ones dropped.
+// False for an empty text.
+bool split_list(const std::string& text, char separator, std::vector<std::string>& out);
+
+// Splits at the first character of `separators` that occurs in `text`; when none occurs, or the
+// split yields nothing, the whole text is the one piece.
+void split_list_any(const std::string& text, const std::string& separators, std::vector<std::string>& out);
 
 // %NAME% from the environment; with allow_vss, an unset %vss% becomes the shadow-copy device prefix.
 std::string expand_path_text(std::string text, bool allow_vss);

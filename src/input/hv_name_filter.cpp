@@ -2,9 +2,10 @@
 
 #include <cstring>
 
-#include "cmdline/hv_cmd_params.h"
 #include "foundation/hv_string.h"
 #include "storage/hv_fileio.h"
+#include "storage/hv_text_conversion.h"
+#include "storage/hv_file_stats.h"
 
 namespace {
 
@@ -97,17 +98,17 @@ bool signature_passes(const filename_filter& item, const std::wstring& path, boo
 }
 
 // The window holds when a time lies at or after the start and none lies after the stop.
-bool time_window_passes(const cmd_params& params, const std::wstring& path, file_stats& stats) {
+bool time_window_passes(const time_window& window, const std::wstring& path, file_stats& stats) {
     if (stats.mtime == 0 && (!get_file_stats(stats, path) || stats.mtime == 0)) return false;
     const bool seconds = stats.time_kind == 8;
-    if (params.start_time_valid) {
+    if (window.start_valid) {
         if (stats.time_kind != 8 && stats.time_kind != 1) return false;
-        uint64_t bound = seconds ? params.start_time_unix : params.start_time_filetime;
+        uint64_t bound = seconds ? window.start_unix : window.start_filetime;
         if (stats.mtime < bound && stats.birthtime < bound) return false;
     }
-    if (params.stop_time_valid) {
+    if (window.stop_valid) {
         if (stats.time_kind != 8 && stats.time_kind != 1) return false;
-        uint64_t bound = seconds ? params.stop_time_unix : params.stop_time_filetime;
+        uint64_t bound = seconds ? window.stop_unix : window.stop_filetime;
         if (stats.mtime > bound || stats.birthtime > bound) return false;
     }
     return true;
@@ -141,13 +142,12 @@ bool parse_filter_text(std::vector<filename_filter>& out, std::string& text) {
     return !out.empty();
 }
 
-bool filter_passes(const cmd_params& params, bool& could_not_open, const std::wstring& path,
+bool filter_passes(const time_window& window, bool& could_not_open, const std::wstring& path,
                    const std::vector<filename_filter>& filters, file_stats* stats, bool cut_stream) {
     if (path.empty()) return false;
     could_not_open = false;
 
-    if (stats != nullptr && (params.start_time_valid || params.stop_time_valid) &&
-        !time_window_passes(params, path, *stats))
+    if (stats != nullptr && window.valid() && !time_window_passes(window, path, *stats))
         return false;
 
     if (filters.empty()) return true;
@@ -194,18 +194,17 @@ bool filter_passes(const cmd_params& params, bool& could_not_open, const std::ws
     return false;
 }
 
-bool filter_passes_narrow(const cmd_params& params, bool& could_not_open, const std::string& path,
+bool filter_passes_narrow(const time_window& window, bool& could_not_open, const std::string& path,
                           const std::vector<filename_filter>& filters, file_stats* stats, bool cut_stream) {
     if (path.empty()) return false;
     // No filter: every name passes, and the time window is not looked at.
     if (filters.empty()) return true;
     std::wstring wide;
     utf8_to_wide(wide, path);
-    return filter_passes(params, could_not_open, wide, filters, stats, cut_stream);
+    return filter_passes(window, could_not_open, wide, filters, stats, cut_stream);
 }
 
 bool filter_passes_plain(bool& could_not_open, const std::wstring& path, const std::vector<filename_filter>& filters,
                          bool cut_stream) {
-    static const cmd_params defaults;
-    return filter_passes(defaults, could_not_open, path, filters, nullptr, cut_stream);
+    return filter_passes(time_window(), could_not_open, path, filters, nullptr, cut_stream);
 }

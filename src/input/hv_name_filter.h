@@ -1,28 +1,23 @@
 // Name filters for the list roads (-pipe, -enumdir): -filter items, -filter_sig items and the time window.
-// Kept light: the central option record includes this header.
 #pragma once
 #include <cstdint>
 #include <string>
 #include <vector>
 
-class cmd_params;
+#include "storage/hv_file_stats.h"
 
-// File metadata as the filter test needs it; filled by get_file_stats of the file layer.
-struct file_stats {
-    std::string path;        // not used by the filter
-    uint64_t inode = 0;
-    uint64_t size = 0;
-    uint64_t mtime = 0;      // 0 until the record is filled
-    uint64_t birthtime = 0;
-    uint64_t ctime = 0;
-    uint64_t atime = 0;
-    uint64_t mode = 0;
-    int32_t time_kind = 0;   // 8: seconds since 1970 (mtime fits 32 bits), else 16
-    bool is_dir = false;     // mode & 0x4000
-    std::string name;        // not used by the filter
+// The -cmd_start_time and -cmd_stop_time bounds that a file's times are held against; given by the
+// command line (cmd_params::time_bounds).
+struct time_window {
+    bool start_valid = false;
+    uint64_t start_filetime = 0;
+    uint32_t start_unix = 0;
+    bool stop_valid = false;
+    uint64_t stop_filetime = 0;
+    uint32_t stop_unix = 0;
 
-    void clear() { *this = file_stats(); }
-    bool valid() const { return mtime != 0; }
+    void clear() { *this = time_window(); }
+    bool valid() const { return start_valid || stop_valid; }
 };
 
 // One item of a -filter list, or one -filter_sig signature.
@@ -51,16 +46,16 @@ struct filename_filter {
 // True when the vector is not empty.
 bool parse_filter_text(std::vector<filename_filter>& out, std::string& text);
 
-// True when the file is to be handled. The time window of `params` is tested only when `stats` is given.
+// True when the file is to be handled. The time window is tested only when `stats` is given.
 // `could_not_open` is set when a signature item could not read the file.
-bool filter_passes(const cmd_params& params, bool& could_not_open, const std::wstring& path,
+bool filter_passes(const time_window& window, bool& could_not_open, const std::wstring& path,
                    const std::vector<filename_filter>& filters, file_stats* stats, bool cut_stream = false);
 
 // The driver's test per name: false on an empty name, true at once (no time test) for an empty vector.
-bool filter_passes_narrow(const cmd_params& params, bool& could_not_open, const std::string& path,
+bool filter_passes_narrow(const time_window& window, bool& could_not_open, const std::string& path,
                           const std::vector<filename_filter>& filters, file_stats* stats,
                           bool cut_stream = false);
 
-// The walker's test per file: default params shared by the process, no stats, so never a time test.
+// The walker's test per file: no stats, so never a time test.
 bool filter_passes_plain(bool& could_not_open, const std::wstring& path, const std::vector<filename_filter>& filters,
                          bool cut_stream = false);

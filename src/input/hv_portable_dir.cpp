@@ -5,8 +5,8 @@
 
 #include <cstring>
 
-#include "cmdline/hv_cmd_params.h"
 #include "foundation/hv_string.h"
+#include "storage/hv_text_conversion.h"
 
 namespace hvportdir {
 
@@ -121,9 +121,9 @@ void enumerate_folder_wide(const std::wstring& path, const std::wstring& wildcar
 
 // ---- input stream -------------------------------------------------------------------------------
 
-stdin_stream_ex::stdin_stream_ex(cmd_params* p) : uni::stdin_stream(false) {
+stdin_stream_ex::stdin_stream_ex(const time_window* w) : uni::stdin_stream(false) {
     clear();
-    params = p;
+    window = w;
 }
 
 stdin_stream_ex::~stdin_stream_ex() = default;
@@ -136,7 +136,7 @@ void stdin_stream_ex::clear() {
     walking = false;
     // Both init calls come here, so a walk never sees the time bounds: its filter test has no
     // time window, and the driver's second test applies it.
-    params = nullptr;
+    window = nullptr;
 }
 
 bool stdin_stream_ex::init_to_stdin(bool use_stdin) {
@@ -224,9 +224,9 @@ bool stdin_stream_ex::fixup_directory_or_file(std::wstring& path, bool is_folder
     if (!is_folder) {
         bool could_not_open = false;
         bool passes;
-        if (params != nullptr) {
+        if (window != nullptr) {
             file_stats stats;
-            passes = filter_passes(*params, could_not_open, path, filters, &stats);
+            passes = filter_passes(*window, could_not_open, path, filters, &stats);
         } else {
             passes = filter_passes_plain(could_not_open, path, filters);
         }

@@ -6,9 +6,8 @@
 #include <vector>
 
 #include "input/hv_name_filter.h"
-#include "storage/hv_fileio.h"
+#include "storage/hv_stdin_lines.h"
 
-class cmd_params;
 
 namespace hvportdir {
 
@@ -57,12 +56,12 @@ void enumerate_folder_wide(const std::wstring& path, const std::wstring& wildcar
 // and the files of one folder come out, in reverse listing order, before any of its subfolders is listed.
 class stdin_stream_ex : public uni::stdin_stream {
 public:
-    explicit stdin_stream_ex(cmd_params* params);
+    explicit stdin_stream_ex(const time_window* window);
     ~stdin_stream_ex() override;
     stdin_stream_ex(const stdin_stream_ex&) = delete;
     stdin_stream_ex& operator=(const stdin_stream_ex&) = delete;
 
-    // Empties both queues, max_level := 1, drops the filters, walking := false, params := null.
+    // Empties both queues, max_level := 1, drops the filters, walking := false, window := null.
     void clear();
 
     // -pipe: names are lines of standard input.
@@ -83,7 +82,7 @@ public:
 
     bool is_walking() const { return walking; }
     uint32_t get_max_level() const { return max_level; }
-    const cmd_params* get_params() const { return params; }
+    const time_window* get_window() const { return window; }
 
 private:
     std::deque<_folder_level> folders;
@@ -91,7 +90,7 @@ private:
     uint32_t max_level = 1;
     std::vector<filename_filter> filters;
     bool walking = false;
-    cmd_params* params = nullptr;
+    const time_window* window = nullptr;
 };
 
 }  // namespace hvportdir

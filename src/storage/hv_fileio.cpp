@@ -17,13 +17,12 @@
 #include <linux/fs.h>
 #endif
 
-#include "input/hv_name_filter.h"
+#include "storage/hv_text_conversion.h"
 
 namespace uni {
 
 namespace {
 
-constexpr unsigned long report_buffer_size = 0x40000;  // one write(2) per quarter megabyte
 constexpr uint64_t max_read_step = 0x10000000;
 constexpr mode_t mode_for_write = 0606;
 constexpr mode_t mode_for_read = 0404;
@@ -31,7 +30,6 @@ constexpr mode_t mode_for_read = 0404;
 // Bits of st_mode as the refusal test names them: a named pipe has 0x1000, a socket 0xC000.
 constexpr unsigned fifo_bit = 0x1000;
 constexpr unsigned socket_bits = 0xC000;
-constexpr unsigned dir_bit = 0x4000;
 
 // Size of a device by the host's request; a failed request leaves the preset 0 standing.
 uint64_t device_size(int fd) {
@@ -206,22 +204,18 @@ bool fileio::append_text(std::ostringstream& text) {
     return append(bytes.data(), static_cast<uint32_t>(bytes.size()));
 }
 
-fileio_output* fileio::get_output() {
-    if (output != nullptr) return output;
-    fileio_output* made = new (std::nothrow) fileio_output(this, report_buffer_size);
-    if (made == nullptr) return nullptr;
-    if (!is_open() || !made->is_open) {  // closed file, or no buffer to be had
-        delete made;
-        return nullptr;
-    }
-    output = made;
-    return output;
+bool append_to_file(const std::string& path, std::ostringstream& text) {
+    fileio file;
+    if (!file.open(path, true, true, false)) return false;
+    const bool ok = file.append_text(text);
+    file.close();
+    return ok;
 }
 
 void fileio::close() {
-    if (output != nullptr) {
-        output->flush();
-        delete output;  // its stream buffer writes out what it holds
+    if (owned_output) {
+        owned_output->flush();
+        owned_output.reset();  // its stream buffer writes out what it holds
         output = nullptr;
     }
     if (fd != -1) ::close(fd);
@@ -232,100 +226,6 @@ void fileio::close() {
     retain_flag = false;
     path.clear();
 }
-
-// ---- report stream --------------------------------------------------------------------------
-
-fileio_ostream::fileio_ostream(fileio* target, unsigned long buffer_bytes)
-    : streambuf_generic_output<char>(buffer_bytes), file(target) {
-    ready = ok && file != nullptr && file->is_open();
-}
-
-fileio_ostream::~fileio_ostream() { flush(); }
-
-long fileio_ostream::generic_write(const char* data, unsigned int count) {
-    return file != nullptr ? file->append_some(data, count) : -1;
-}
-
-long stdout_report_guard::descriptor_buffer::generic_write(const char* data, unsigned int count) {
-    ssize_t put;
-    do {
-        put = ::write(1, data, count);
-    } while (put < 0 && errno == EINTR);
-    return put;
-}
-
-stdout_report_guard::stdout_report_guard() : buf(report_buffer_size) {
-    if (buf.ready()) saved = std::cout.rdbuf(&buf);
-}
-
-bool stdout_report_guard::write_out() {
-    if (!saved) return static_cast<bool>(std::cout.flush());
-    return buf.flush() == 0;
-}
-
-stdout_report_guard::~stdout_report_guard() {
-    if (!saved) return;
-    buf.flush();
-    std::cout.rdbuf(saved);
-}
-
-fileio_output::fileio_output(fileio* file, unsigned long buffer_bytes)
-    : std::ostream(nullptr), buf(file, buffer_bytes) {
-    if (buf.ready) {
-        rdbuf(&buf);
-        is_open = true;
-    }
-}
-
-fileio_output::~fileio_output() { close(); }
-
-bool fileio_output::write_out() { return buf.flush() == 0; }
-
-void fileio_output::close() {
-    if (!is_open) return;
-    std::ostream::flush();
-    is_open = false;
-}
-
-// ---- standard input -------------------------------------------------------------------------
-
-stdin_stream::stdin_stream(bool flag_in) : flag(flag_in) { open(stdin); }
-
-stdin_stream::~stdin_stream() = default;
-
-bool stdin_stream::open(FILE* source) {
-    stream = source;
-    if (stream == nullptr) return ok = false;
-    if (line.size() != static_cast<size_t>(line_size)) {
-        try {
-            line.assign(static_cast<size_t>(line_size), 0);
-        } catch (const std::bad_alloc&) {
-            return ok = false;
-        }
-    }
-    return ok = true;
-}
-
-bool stdin_stream::read(std::string& out, bool strip) {
-    out.clear();
-    if (!ok || stream == nullptr) return false;
-    if (fgets(line.data(), line_size, stream) == nullptr) return false;
-    out.assign(line.data());
-    if (strip) {
-        while (!out.empty() && (out.back() == '\r' || out.back() == '\n')) out.pop_back();
-    }
-    return true;
-}
-
-bool stdin_stream::read(std::wstring& out, bool strip) {
-    out.clear();
-    std::string narrow;
-    if (!stdin_stream::read(narrow, strip)) return false;
-    utf8_to_wide(out, narrow);  // a bad byte keeps what came before it
-    return true;
-}
-
-static utf8_locale start_up_locale;
 
 // ---- opening and status ---------------------------------------------------------------------
 
@@ -360,122 +260,6 @@ bool read_whole_file(std::vector<uint8_t>& out, const std::string& path, uint32_
     uint64_t size = file.get_size();
     if (static_cast<uint32_t>(size) == 0) return false;  // also a file of exactly 4 GiB
     return file.read_into(out, std::min<uint64_t>(size, limit), 0);
-}
-
-bool stat_file(stat_record& record, const std::wstring& path) {
-    std::memset(&record, 0, sizeof record);
-    std::string narrow = narrow_of(path);
-    if (narrow.empty()) return false;
-    if (stat(narrow.c_str(), &record.st) != 0) return false;
-#ifdef __APPLE__
-    record.birth_seconds = record.st.st_birthtimespec.tv_sec;
-#elif defined(STATX_BTIME)
-    struct statx extra;
-    if (statx(AT_FDCWD, narrow.c_str(), AT_STATX_SYNC_AS_STAT, STATX_BTIME, &extra) == 0 &&
-        (extra.stx_mask & STATX_BTIME) != 0)
-        record.birth_seconds = extra.stx_btime.tv_sec;
-#endif
-    return true;
-}
-
-bool get_file_stats(file_stats& out, const std::wstring& path) {
-    out.clear();
-    if (path.empty()) return false;
-    stat_record record;
-    if (!stat_file(record, path)) return false;
-    out.mode = static_cast<uint64_t>(record.st.st_mode);
-    out.inode = static_cast<uint64_t>(record.st.st_ino);
-    out.size = static_cast<uint64_t>(record.st.st_size);
-    out.mtime = static_cast<uint64_t>(record.st.st_mtime);
-    out.ctime = static_cast<uint64_t>(record.st.st_ctime);
-    out.atime = static_cast<uint64_t>(record.st.st_atime);
-    out.birthtime = static_cast<uint64_t>(record.birth_seconds);
-    out.is_dir = (record.st.st_mode & dir_bit) != 0;  // a block device has the bit too
-    out.time_kind = out.mtime > 0xFFFFFFFFull ? 16 : 8;
-    return true;
-}
-
-uint64_t file_inode_of(const std::wstring& path) {
-    stat_record record;
-    if (!stat_file(record, path)) return 0;
-    return static_cast<uint64_t>(record.st.st_ino);
-}
-
-// ---- UTF-8 ----------------------------------------------------------------------------------
-
-bool utf8_to_wide(std::wstring& out, const std::string& in) {
-    out.clear();
-    if (in.empty()) return false;
-    out.reserve(in.size());
-    size_t i = 0;
-    const size_t n = in.size();
-    while (i < n) {
-        uint32_t lead = static_cast<uint8_t>(in[i]);
-        uint32_t code = 0;
-        size_t more = 0;
-        if (lead < 0x80) {
-            code = lead;
-        } else if ((lead & 0xE0) == 0xC0) {
-            code = lead & 0x1F;
-            more = 1;
-        } else if ((lead & 0xF0) == 0xE0) {
-            code = lead & 0x0F;
-            more = 2;
-        } else if ((lead & 0xF8) == 0xF0) {
-            code = lead & 0x07;
-            more = 3;
-        } else {
-            return false;
-        }
-        if (more > n - i - 1) return false;
-        for (size_t k = 1; k <= more; ++k) {
-            uint32_t next = static_cast<uint8_t>(in[i + k]);
-            if ((next & 0xC0) != 0x80) return false;
-            code = (code << 6) | (next & 0x3F);
-        }
-        out.push_back(static_cast<wchar_t>(code));
-        i += more + 1;
-    }
-    return true;
-}
-
-std::wstring wide_of(const std::string& in) {
-    std::wstring out;
-    if (!utf8_to_wide(out, in)) out.clear();
-    return out;
-}
-
-bool wide_to_utf8(std::string& out, const std::wstring& in) {
-    out.clear();
-    if (in.empty()) return false;
-    out.reserve(in.size());
-    for (wchar_t w : in) {
-        uint32_t c = static_cast<uint32_t>(w);
-        if (c <= 0x7F) {
-            out.push_back(static_cast<char>(c));
-        } else if (c <= 0x7FF) {
-            out.push_back(static_cast<char>(0xC0 | (c >> 6)));
-            out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-        } else if (c <= 0xFFFF) {
-            out.push_back(static_cast<char>(0xE0 | (c >> 12)));
-            out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-            out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-        } else if (c <= 0x10FFFF) {
-            out.push_back(static_cast<char>(0xF0 | (c >> 18)));
-            out.push_back(static_cast<char>(0x80 | ((c >> 12) & 0x3F)));
-            out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-            out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-        } else {
-            break;  // not a code point: keep what came before, silently
-        }
-    }
-    return true;
-}
-
-std::string narrow_of(const std::wstring& in) {
-    std::string out;
-    wide_to_utf8(out, in);
-    return out;
 }
 
 }  // namespace uni

@@ -15,6 +15,7 @@
 #include <new>
 
 #include "storage/hv_fileio.h"
+#include "storage/hv_text_conversion.h"
 #include "storage/hv_vmdk.h"
 
 namespace {

@@ -11,13 +11,11 @@
 #include <new>
 #include <sstream>
 
-#include "cmdline/hv_args.h"
-#include "cmdline/hv_cmd_params.h"
-#include "cmdline/hv_options.h"
 #include "foundation/hv_bytes.h"
 #include "foundation/hv_string.h"
 #include "storage/hv_disk_structs.h"
 #include "storage/hv_fileio.h"
+#include "storage/hv_text_conversion.h"
 
 namespace {
 
@@ -84,9 +82,7 @@ void VMWARE_DISK::clear() {
     path.clear();
     wide_path.clear();
     compressed = false;
-    inflated.clear();
-    inflated_index = UINT64_MAX;
-    inflated_good = false;
+    inflater.clear();
 }
 
 bool VMWARE_DISK::open(const wchar_t* file_path, bool write) {
@@ -387,6 +383,28 @@ uint64_t VMWARE_DISK::next_held(uint64_t offset) const {
     return none;
 }
 
+bool VMWARE_DISK::inflate_offered() { return grain_inflater::offered(); }
+
+const uint8_t* VMWARE_DISK::inflated_grain(uint64_t marker_at, uint64_t index) {
+    return inflater.grain(*source, file_size, marker_at, index, index * header.grain_size(), grain_bytes);
+}
+
+bool VMWARE_DISK::read_compressed(uint8_t* buffer, uint64_t offset, uint32_t length) {
+    uint32_t done = 0;
+    while (done < length) {
+        const uint64_t at = offset + done;
+        const uint64_t within = at % grain_bytes;
+        const uint32_t piece = static_cast<uint32_t>(std::min<uint64_t>(grain_bytes - within, length - done));
+        uint64_t marker_at = 0;
+        if (!map_offset(at - within, marker_at)) return false;
+        const uint8_t* grain = inflated_grain(marker_at, at / grain_bytes);
+        if (grain == nullptr) return false;
+        std::memcpy(buffer + done, grain + within, piece);
+        done += piece;
+    }
+    return true;
+}
+
 // ---- chains ----
 
 void VMWARE_COLLECTION::delete_snapshots() {
@@ -618,52 +636,4 @@ bool check_vmdk_list(std::vector<std::wstring> const& files, std::ostream& messa
     suggestion.clear();
     VMWARE_COLLECTION collection(false);
     return collection.check_files(files, messages, suggestion);
-}
-
-bool parse_offset(const std::string& text, uint64_t& out) {
-    int64_t value = 0;
-    if (!parse_signed_text(text, value)) return false;
-    out = static_cast<uint64_t>(value);
-    return true;
-}
-
-bool parse_vmdk_list(cmd_opts& opts, std::vector<std::string>& args, vmdk_check_fn check,
-                     vmdk_second_check_fn second_check, bool skip_table, std::string const& option_word) {
-    if (!skip_table) {
-        if (!parse_options(opts, args)) return false;
-    } else if (args.empty()) {
-        return false;
-    }
-    std::string value;
-    if (!take_option(option_word, value, args)) return true;
-    std::vector<std::string> pieces;
-    split_list_any(value, "|,;", pieces);
-    for (const std::string& piece : pieces) opts.vmdk_files.push_back(wide_of(piece));
-    while (take_option(option_word, value, args)) opts.vmdk_files.push_back(wide_of(value));
-
-    if (take_option("-offset", value, args)) parse_offset(value, opts.image_offset);
-
-    std::ostringstream messages;
-    std::vector<std::wstring> suggestion;
-    if (check != nullptr && !check(opts.vmdk_files, messages, suggestion)) {
-        std::cerr << messages.str() << "\n";
-        if (!suggestion.empty()) {
-            std::string joined;
-            for (size_t i = 0; i < suggestion.size(); ++i) {
-                if (i != 0) joined += " | ";
-                joined += narrow_of(suggestion[i]);
-            }
-            std::cerr << "suggested array: " << option_word << " \"" << joined << "\"\n";
-        }
-        std::cerr.flush();
-        return false;
-    }
-    if (second_check == nullptr) return true;
-    bool ignore_image_size = opts.image_offset != 0 && take_flag("-ignore_image_size", args);
-    uint8_t result = 0;
-    if (!second_check(messages, opts.vmdk_files, opts.image_offset, result, ignore_image_size)) {
-        std::cerr << messages.str() << "\n";
-        return false;
-    }
-    return true;
 }

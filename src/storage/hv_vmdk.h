@@ -12,8 +12,7 @@
 
 #include "storage/hv_image.h"
 #include "storage/hv_lost_ranges.h"
-
-class cmd_opts;
+#include "storage/hv_vmdk_stream.h"
 
 // The sparse extent header at file offset 0, kept as read. Counts and offsets are in 512-byte sectors.
 struct SPARSE_EXTENT_HEADER {
@@ -61,20 +60,6 @@ struct SPARSE_EXTENT_HEADER {
 };
 static_assert(sizeof(SPARSE_EXTENT_HEADER::bytes) == 513, "the header read is 513 bytes");
 
-// The marker in front of a compressed grain: where the grain lies on the virtual disk, and the bytes of
-// deflate data (zlib format) that follow it at once.
-struct GRAIN_MARKER {
-    static constexpr size_t size = 12;
-    static constexpr size_t at_sector = 0;     // u64 the grain's first sector on the virtual disk
-    static constexpr size_t at_data_size = 8;  // u32 bytes of compressed data
-
-    std::array<uint8_t, size> bytes{};
-
-    uint64_t sector() const;
-    uint32_t data_size() const;
-};
-static_assert(sizeof(GRAIN_MARKER::bytes) == 12, "a grain marker is 12 bytes");
-
 // One grain table: the file sector of each grain it covers, 0 when the grain isn't in this file.
 // A table that holds nothing keeps no entries: a look-up misses it just as it would miss its zeros.
 struct GRAIN_TABLE {
@@ -115,9 +100,7 @@ struct VMWARE_DISK {
     std::vector<uint32_t> used_tables;     // the tables that hold a grain, in rising order
     // streamOptimized: grain table entries point at grain markers, and grains are inflated when read.
     bool compressed = false;
-    std::vector<uint8_t> inflated;  // the last grain inflated, kept: the device road's reads overlap
-    uint64_t inflated_index = UINT64_MAX;
-    bool inflated_good = false;
+    grain_inflater inflater;
 
     VMWARE_DISK() { clear(); }
     ~VMWARE_DISK();
@@ -208,12 +191,3 @@ using vmdk_second_check_fn = bool (*)(std::ostream& messages, std::vector<std::w
 bool check_vmdk_list(std::vector<std::wstring> const& files, std::ostream& messages,
                      std::vector<std::wstring>& suggestion);
 
-// -offset values: hexadecimal after an 'x', octal after an 'o', else a signed decimal.
-// False, `out` untouched, for any other text.
-bool parse_offset(const std::string& text, uint64_t& out);
-
-// The -vmdk option: splits the value(s) into `opts.vmdk_files`, reads -offset and checks the
-// chain. False when the list is refused (the message is already on standard error).
-bool parse_vmdk_list(cmd_opts& opts, std::vector<std::string>& args,
-                     vmdk_check_fn check = check_vmdk_list, vmdk_second_check_fn second_check = nullptr,
-                     bool skip_table = true, std::string const& option_word = "-vmdk");

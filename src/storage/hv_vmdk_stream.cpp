@@ -1,10 +1,9 @@
-// The grains of streamOptimized extents (as written into OVA exports): the tables point at grain markers,
-// each followed by the grain's deflate data, which zlib inflates when the grain is read.
-#include <algorithm>
+#include "storage/hv_vmdk_stream.h"
+
 #include <cstring>
 
 #include "foundation/hv_bytes.h"
-#include "storage/hv_vmdk.h"
+#include "storage/hv_image.h"
 
 #ifdef RAVEL_HAVE_ZLIB
 #include <zlib.h>
@@ -21,53 +20,44 @@ uint64_t GRAIN_MARKER::sector() const { return hv::le64(bytes.data(), size, at_s
 uint32_t GRAIN_MARKER::data_size() const { return hv::le32(bytes.data(), size, at_data_size); }
 
 #ifdef RAVEL_HAVE_ZLIB
-bool VMWARE_DISK::inflate_offered() { return true; }
+bool grain_inflater::offered() { return true; }
 #else
-bool VMWARE_DISK::inflate_offered() { return false; }
+bool grain_inflater::offered() { return false; }
 #endif
 
-const uint8_t* VMWARE_DISK::inflated_grain(uint64_t marker_at, uint64_t index) {
-    if (index == inflated_index) return inflated_good ? inflated.data() : nullptr;
-    inflated_index = index;
-    inflated_good = false;
+void grain_inflater::clear() {
+    inflated_.clear();
+    index_ = UINT64_MAX;
+    good_ = false;
+}
+
+const uint8_t* grain_inflater::grain(image_reader& source, uint64_t source_size, uint64_t marker_at, uint64_t index,
+                                     uint64_t sector, uint64_t grain_bytes) {
+    if (index == index_) return good_ ? inflated_.data() : nullptr;
+    index_ = index;
+    good_ = false;
 #ifdef RAVEL_HAVE_ZLIB
     GRAIN_MARKER marker;
-    if (marker_at > file_size || marker.size > file_size - marker_at ||
-        !source->read(marker_at, marker.bytes.data(), marker.size))
+    if (marker_at > source_size || marker.size > source_size - marker_at ||
+        !source.read(marker_at, marker.bytes.data(), marker.size))
         return nullptr;
     // A marker that names another grain means the table points at the wrong place.
     const uint64_t data_at = marker_at + marker.size;
-    if (marker.sector() != index * header.grain_size() || marker.data_size() == 0 ||
-        marker.data_size() > longest_deflate(grain_bytes) || marker.data_size() > file_size - data_at)
+    if (marker.sector() != sector || marker.data_size() == 0 || marker.data_size() > longest_deflate(grain_bytes) ||
+        marker.data_size() > source_size - data_at)
         return nullptr;
     std::vector<uint8_t> deflated(marker.data_size());
-    if (!source->read(data_at, deflated.data(), deflated.size())) return nullptr;
-    inflated.resize(static_cast<size_t>(grain_bytes));
+    if (!source.read(data_at, deflated.data(), deflated.size())) return nullptr;
+    inflated_.resize(static_cast<size_t>(grain_bytes));
     uLongf produced = static_cast<uLongf>(grain_bytes);
-    if (uncompress(inflated.data(), &produced, deflated.data(), static_cast<uLong>(deflated.size())) != Z_OK)
+    if (uncompress(inflated_.data(), &produced, deflated.data(), static_cast<uLong>(deflated.size())) != Z_OK)
         return nullptr;
     // A grain that ends early, as a disk's last may, reads as zeros after its data.
-    std::memset(inflated.data() + produced, 0, static_cast<size_t>(grain_bytes - produced));
-    inflated_good = true;
-    return inflated.data();
+    std::memset(inflated_.data() + produced, 0, static_cast<size_t>(grain_bytes - produced));
+    good_ = true;
+    return inflated_.data();
 #else
-    (void)marker_at;
+    (void)source, (void)source_size, (void)marker_at, (void)sector, (void)grain_bytes;
     return nullptr;
 #endif
-}
-
-bool VMWARE_DISK::read_compressed(uint8_t* buffer, uint64_t offset, uint32_t length) {
-    uint32_t done = 0;
-    while (done < length) {
-        const uint64_t at = offset + done;
-        const uint64_t within = at % grain_bytes;
-        const uint32_t piece = static_cast<uint32_t>(std::min<uint64_t>(grain_bytes - within, length - done));
-        uint64_t marker_at = 0;
-        if (!map_offset(at - within, marker_at)) return false;
-        const uint8_t* grain = inflated_grain(marker_at, at / grain_bytes);
-        if (grain == nullptr) return false;
-        std::memcpy(buffer + done, grain + within, piece);
-        done += piece;
-    }
-    return true;
 }

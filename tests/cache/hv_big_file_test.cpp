@@ -6,11 +6,12 @@
 #include <cstdio>
 #include <sstream>
 
+#include "cache/hv_process_input.h"
 #include "cache/hv_scan.h"
 #include "cmdline/hv_cmd_params.h"
 #include "foundation/hv_console.h"
 #include "storage/hv_image.h"
-#include "storage/hv_fileio.h"
+#include "storage/hv_text_conversion.h"
 #include "storage/hv_raw_disk.h"
 #include "support/builder.h"
 #include "support/builder_vmdk.h"

@@ -4,6 +4,7 @@
 
 #include <sstream>
 
+#include "cache/hv_process_input.h"
 #include "cmdline/hv_cmd_params.h"
 #include "storage/hv_image.h"
 #include "support/builder.h"

@@ -71,12 +71,12 @@ TEST(Console, ContextEndsTheRunAsConfigured) {
     cmd_params options;
     options.diags_stream.reset(new std::ofstream(log, std::ios::trunc));
     options.diags_on = true, options.diags_path = log, options.signal_arg = "sig";
-    diag_line(options, "a.dat");
+    diag_line(options.diags(), "a.dat");
     auto end_run = [&](signal_callback_fn callback) {   // as the file road and main end
         return captured([&] {
-            clear_status_line(options);
+            clear_status_line(options.show_progress);
             cmdline_ctx ctx;
-            ctx.configure(options, callback);
+            ctx.configure(options.console(), callback);
         });
     };
     EXPECT_EQ(end_run(note_signal), long_erase + long_erase);

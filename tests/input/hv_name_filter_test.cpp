@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include "cmdline/hv_cmd_params.h"
-#include "storage/hv_fileio.h"
+#include "storage/hv_text_conversion.h"
+#include "storage/hv_file_stats.h"
 
 // The filters of a whole run (a list in one text, path, signature and time items) are also pinned end to end.
 namespace {
@@ -52,9 +52,9 @@ TEST(NameFilter, ASignatureItemOnAFileThatCantBeOpened) {
 }
 
 TEST(NameFilter, TimeWindowNeedsStats) {
-    cmd_params params;
-    params.start_time_valid = params.stop_time_valid = true;
-    params.start_time_unix = 1000, params.stop_time_unix = 2000;
+    time_window window;
+    window.start_valid = window.stop_valid = true;
+    window.start_unix = 1000, window.stop_unix = 2000;
     struct { uint64_t mtime, birth; int32_t kind; bool expected; } const rows[] = {
         {500, 600, 8, false}, {500, 1500, 8, true}, {1500, 2500, 8, false}, {1500, 1500, 16, false},
         {1000, 2000, 8, true}};
@@ -64,9 +64,9 @@ TEST(NameFilter, TimeWindowNeedsStats) {
         stats.mtime = r.mtime;
         stats.birthtime = r.birth;
         stats.time_kind = r.kind;
-        EXPECT_EQ(filter_passes_narrow(params, could_not_open, "/none/x", parse("*"), &stats), r.expected) << r.mtime;
+        EXPECT_EQ(filter_passes_narrow(window, could_not_open, "/none/x", parse("*"), &stats), r.expected) << r.mtime;
     }
-    EXPECT_TRUE(filter_passes(params, could_not_open, L"/none/x", parse("*"), nullptr));  // no stats: no window
+    EXPECT_TRUE(filter_passes(window, could_not_open, L"/none/x", parse("*"), nullptr));  // no stats: no window
 }
 
 }  // namespace

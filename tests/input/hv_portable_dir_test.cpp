@@ -5,7 +5,6 @@
 
 #include <algorithm>
 
-#include "cmdline/hv_cmd_params.h"
 #include "support/run_ravel.h"
 
 // The walk's order and depth are pinned end to end, over a whole case folder.
@@ -41,12 +40,12 @@ TEST(DirectoryWalker, ListsFoldersWithWildcardsAndWholeWordPatterns) {
     EXPECT_EQ(nodes[0].level, 4);
 }
 
-TEST(InputStream, InitClearsParamsAndRewritesDevicePaths) {
-    cmd_params params;
-    hvportdir::stdin_stream_ex stream(&params);
-    EXPECT_EQ(stream.get_params(), &params);
+TEST(InputStream, InitClearsTheWindowAndRewritesDevicePaths) {
+    const time_window window;
+    hvportdir::stdin_stream_ex stream(&window);
+    EXPECT_EQ(stream.get_window(), &window);
     EXPECT_TRUE(stream.init_to_stdin(false));
-    EXPECT_EQ(stream.get_params(), nullptr);  // so a walk never applies the time window
+    EXPECT_EQ(stream.get_window(), nullptr);  // so a walk never applies the time window
 
     const std::wstring tail(50, L'x');
     const std::wstring shadow = L"\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy3\\x";

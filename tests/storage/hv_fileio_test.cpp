@@ -1,4 +1,6 @@
 #include "storage/hv_fileio.h"
+#include "storage/hv_report_stream.h"
+#include "storage/hv_text_conversion.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

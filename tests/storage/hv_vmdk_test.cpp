@@ -4,7 +4,7 @@
 
 #include <sstream>
 
-#include "storage/hv_fileio.h"
+#include "storage/hv_text_conversion.h"
 #include "storage/hv_raw_disk.h"
 #include "support/builder_vmdk.h"
 #include "support/run_ravel.h"

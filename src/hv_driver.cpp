@@ -1,4 +1,4 @@
-#include "cmdline/hv_driver.h"
+#include "hv_driver.h"
 
 #include <cstdio>
 #include <iostream>
@@ -7,6 +7,7 @@
 #include <string>
 
 #include "cache/hv_preamble.h"
+#include "cache/hv_process_input.h"
 #include "cache/hv_scan.h"
 #include "cmdline/hv_args.h"
 #include "cmdline/hv_cmd_params.h"
@@ -18,6 +19,8 @@
 #include "input/hv_name_filter.h"
 #include "input/hv_portable_dir.h"
 #include "storage/hv_fileio.h"
+#include "storage/hv_report_stream.h"
+#include "storage/hv_file_stats.h"
 #include "storage/hv_vmdk.h"
 
 namespace {
@@ -49,7 +52,8 @@ int parse_one(input_scan& scan, cmd_opts& opts) {
 
 // -pipe and -enumdir: a failed file is told and skipped; it never changes the status.
 int parse_list(input_scan& scan, cmd_opts& opts) {
-    hvportdir::stdin_stream_ex input(&opts);
+    const time_window window = opts.time_bounds();
+    hvportdir::stdin_stream_ex input(&window);
     bool started = opts.pipe_input ? input.init_to_stdin(true)
                                    : input.init_to_enumdir(opts.enum_dir, opts.num_subdirs, opts.name_filters);
     if (!started) return status_ok;
@@ -59,8 +63,8 @@ int parse_list(input_scan& scan, cmd_opts& opts) {
         if (name.empty()) continue;
         file_stats stats;
         bool could_not_open = false;
-        if (filter_passes_narrow(opts, could_not_open, name, opts.name_filters, &stats)) {
-            diag_line(opts, name);
+        if (filter_passes_narrow(window, could_not_open, name, opts.name_filters, &stats)) {
+            diag_line(opts.diags(), name);
             name = expand_path_text(name, true);
             if (!name.empty() && split_path(name, folder, base)) {
                 opts.current_file = name;
@@ -127,7 +131,7 @@ int run_driver(int argc, const char* const* argv) {
         std::cout << report_preamble.str() << '\n';
         return end_report(status_failed, nullptr, "", stdout_report);
     }
-    console.configure(opts, ignore_signal);
+    console.configure(opts.console(), ignore_signal);
 
     uni::fileio results;
     uni::fileio_output* file_report = nullptr;

@@ -12,16 +12,16 @@ namespace {
 constexpr size_t no_terminator = ~size_t(0);
 constexpr uint32_t head_size = 8;  // signature and block count
 
-// The bytes of an entry as its decoding reads them. The decoder once wrote the rewritten block count
-// into the file's bytes in memory; the one read that ever saw that write is the entry's own, of a
-// text or of data that starts inside its first 8 bytes: here that read sees the rewritten count.
+// The bytes of an entry as its decoding reads them: a text or data that starts inside the first 8 bytes
+// sees the block count rewrite.
 class entry_bytes {
 public:
     entry_bytes(const uint8_t* bytes, uint32_t size) : bytes_(bytes), size_(size) {
         std::memcpy(head_, bytes, head_size);
     }
     void rewrite_block_count(uint32_t blocks) {
-        for (uint32_t i = 0; i < 4; ++i) head_[4 + i] = static_cast<uint8_t>(blocks >> (8 * i));
+        const block_count_rewrite rewrite{0, blocks};
+        for (uint32_t i = 0; i < head_size; ++i) head_[i] = rewrite.seen(i, head_[i]);
     }
     const uint8_t* at(uint32_t from) const { return bytes_ + from; }
 

@@ -14,6 +14,18 @@ uint32_t find_next_signature(const uint8_t* from, uint64_t size);
 
 class cmd_opts;
 
+// Why the block count rewrite lives on: the decoder once wrote it over the entry's count in the input's
+// bytes in memory, and reads of those bytes saw it (the entry's own texts, the container's directory
+// names read after the walk). Nothing is written now; every such read asks this for the byte it saw.
+struct block_count_rewrite {
+    uint64_t position = 0;  // the entry's signature, in the input
+    uint32_t blocks = 0;    // the count written; 0 for none
+    uint8_t seen(uint64_t at, uint8_t stored) const {
+        if (blocks == 0 || at < position + 4 || at >= position + 8) return stored;
+        return static_cast<uint8_t>(blocks >> (8 * (at - position - 4)));
+    }
+};
+
 // Entries of this many blocks or more are never reported.
 constexpr uint32_t max_entry_blocks = 10;
 

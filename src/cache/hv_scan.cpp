@@ -191,19 +191,20 @@ void input_scan::write(activity_record& row) {
     ++rows_;
 }
 
-// The decoder used to write a rewritten block count into the file's bytes in memory, and the names
-// were read from those bytes after the walk: where the table runs into the first entries, a name
-// shows the rewritten count, and keeps doing so.
+// The names are read after the walk: where the table runs into the first entries, a name shows the
+// block count rewrite, and keeps doing so.
 void input_scan::note_block_count_rewrite(uint64_t position) {
-    const uint32_t blocks = decoder_.url_record.block_count_rewrite;
-    if (blocks == 0) return;
+    const block_count_rewrite rewrite{position, decoder_.url_record.block_count_rewrite};
+    if (rewrite.blocks == 0) return;
     for (uint64_t byte = position + 4; byte < position + 8; ++byte) {
         const uint64_t from_first = byte - INDEX_DAT_RECORD::at_first_directory_name;
         if (byte < INDEX_DAT_RECORD::at_first_directory_name || byte >= names_end_) continue;
         const uint64_t item = from_first / INDEX_DAT_RECORD::directory_item_size;
         const uint64_t within = from_first % INDEX_DAT_RECORD::directory_item_size;
-        if (within < INDEX_DAT_RECORD::directory_name_size)
-            container_.directory_names[item][within] = static_cast<char>(blocks >> (8 * (byte - position - 4)));
+        if (within < INDEX_DAT_RECORD::directory_name_size) {
+            char& name_byte = container_.directory_names[item][within];
+            name_byte = static_cast<char>(rewrite.seen(byte, static_cast<uint8_t>(name_byte)));
+        }
     }
 }
 

@@ -91,7 +91,7 @@ bool set_console_title(const char* text);
 // "->" text and a line end to the -diags log; null when none is open.
 void diag_line(std::ostream* log, const std::string& text);
 
-// A stream that throws everything away.
+// A stream that throws everything away. What uses it: nothing on the roads.
 class null_out_buf : public std::streambuf {
 protected:
     std::streamsize xsputn(const char*, std::streamsize count) override { return count; }

@@ -98,7 +98,8 @@ private:
 // the first that builds, false with an empty name. -locale asks it once, the locale road per date.
 bool find_date_locale(std::string& name);
 
-std::string month_name_text(int month);   // "Jan".."Dec", empty outside 1..12
+// "Jan".."Dec", empty outside 1..12. What uses it: nothing on the roads; the templates spell months themselves.
+std::string month_name_text(int month);
 
 bool parse_date_time_format(date_layout* out, const std::string& date_template,
                             const std::string& time_template, bool pair_datetime);

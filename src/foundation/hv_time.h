@@ -13,6 +13,7 @@ constexpr uint64_t unix_epoch_ticks = 116444736000000000ull;       // 1970-01-01
 constexpr uint64_t ntp_epoch_ticks = 94354848000000000ull;         // 1900-01-01 00:00:00 UTC
 
 // How a raw value is read; one bit at a time.
+// What uses it: the roads read FILETIMEs (and DOS pairs); the other kinds wait for a road.
 enum time_kind : uint32_t {
     kind_filetime = 1,          // ticks since 1601
     kind_chrome = 2,            // microseconds since 1601
@@ -28,6 +29,7 @@ enum time_kind : uint32_t {
 };
 
 // The program's own word for a kind ("filetime", "unix time", ...); "" for an unknown kind.
+// What uses it: nothing on the roads.
 const char* time_kind_name(uint32_t kind);
 
 // SYSTEMTIME layout.
@@ -105,6 +107,7 @@ bool plain_date(uint64_t ticks);
 bool dos_to_tm(const dos_pair& pair, struct tm& out);
 
 bool filetime_to_fields(uint64_t ticks, time_fields* out);
+// What uses them: nothing on the roads, which read `fields`.
 bool filetime_to_systemtime(uint64_t ticks, _windows_systemtime* out);
 bool filetime_to_dos(uint64_t ticks, dos_pair* out);
 // Inverse on fields that need not be in range; folds and rewrites tm_mon only.
@@ -120,6 +123,7 @@ int32_t local_offset_seconds();
 void forget_local_offset();
 
 // NTP stamps are kept in network byte order in memory.
+// What uses them: the elapsed time of -profile and of the diagnostics file.
 bool filetime_to_ntp(int64_t ticks, uint64_t* stamp);
 uint64_t ntp_now();
 double ntp_difference(const uint64_t* a, const uint64_t* b);

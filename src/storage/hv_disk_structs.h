@@ -1,5 +1,6 @@
 // Partition tables and volume boot sectors, as far as the opening of a disk image reads them.
 // Decoding is a pure function of (bytes, size): nothing here reads files or prints.
+// What uses it: the VMDK opening, which notes each volume's offset; no road reads those yet.
 #pragma once
 #include <array>
 #include <cstddef>

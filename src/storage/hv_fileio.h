@@ -55,10 +55,11 @@ public:
     bool read_into(std::vector<uint8_t>& out, uint64_t count, uint64_t offset);
 
     // Feeds the file to `callback` in chunks of `chunk_size` that overlap by `overlap` bytes.
+    // What uses it: nothing on the roads, which read through the image interface.
     bool process_chunks(chunk_callback callback, void* context, uint32_t chunk_size, uint32_t overlap,
                         uint64_t start);
 
-    // Writes at the end of the file; a short write counts as success.
+    // Writes at the end of the file; a short write counts as success. What uses it: nothing on the roads.
     bool append(const char* data, uint32_t count);
     // One write(2) at the end of the file: the bytes it took, which may be fewer than `count`, or -1.
     long append_some(const char* data, uint32_t count);

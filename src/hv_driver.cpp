@@ -102,15 +102,31 @@ int take_road(input_scan& scan, cmd_opts& opts, arg_list& args) {
     return status_ok;
 }
 
+// What the run says when its report can't be written: once, at the first write that fails (the run
+// goes on, writing nothing more), or at the end when a write that fails comes only then.
+struct report_failure {
+    std::string path;  // empty for standard output
+    bool show_progress = false;
+    bool told = false;
+
+    static void tell(void* context) {
+        report_failure& failure = *static_cast<report_failure*>(context);
+        if (failure.told) return;
+        failure.told = true;
+        clear_status_line(failure.show_progress);
+        // Not print_error, which would drop the line end.
+        if (!failure.path.empty())
+            std::fprintf(stderr, "prob writing results file: %s\n", failure.path.c_str());
+        else
+            std::fprintf(stderr, "prob writing report to standard output\n");
+    }
+};
+
 // The report's last buffer is written out here and not on destruction, so that a write that fails
 // only then still fails the run. `file` is null when the report is standard output.
-int end_report(int status, uni::fileio_output* file, const std::string& path, uni::stdout_report_guard& screen) {
+int end_report(int status, uni::fileio_output* file, uni::stdout_report_guard& screen, report_failure& failure) {
     if (file != nullptr ? file->write_out() : screen.write_out()) return status;
-    // Not print_error, which would drop the line end.
-    if (file != nullptr)
-        std::fprintf(stderr, "prob writing results file: %s\n", path.c_str());
-    else
-        std::fprintf(stderr, "prob writing report to standard output\n");
+    report_failure::tell(&failure);
     return status_failed;
 }
 
@@ -118,7 +134,9 @@ int end_report(int status, uni::fileio_output* file, const std::string& path, un
 
 int run_driver(int argc, const char* const* argv) {
     // Construction order matters on the way out: the report file closes (and completes) before
-    // the options close the -diags log, and the console appends its elapsed time last.
+    // the options close the -diags log, and the console appends its elapsed time last. The failure
+    // note outlives the streams that call it.
+    report_failure failure;
     uni::stdout_report_guard stdout_report;
     arg_list args;
     args_from_argv(args, argc, argv);
@@ -129,7 +147,7 @@ int run_driver(int argc, const char* const* argv) {
     if (!start_up(args, report_preamble)) return status_ok;
     if (!parse_options(opts, args)) {
         std::cout << report_preamble.str() << '\n';
-        return end_report(status_failed, nullptr, "", stdout_report);
+        return end_report(status_failed, nullptr, stdout_report, failure);
     }
     console.configure(opts.console(), ignore_signal);
 
@@ -144,6 +162,12 @@ int run_driver(int argc, const char* const* argv) {
         }
     }
     std::ostream& out = file_report ? *file_report : std::cout;
+    failure.path = opts.out_path;
+    failure.show_progress = opts.show_progress;
+    if (file_report)
+        file_report->on_failure(&report_failure::tell, &failure);
+    else
+        stdout_report.on_failure(&report_failure::tell, &failure);
     if (opts.timeline == timeline_form::none) out << report_preamble.str() << '\n';  // a timeline is the whole report
 
     opts.use_locale_format = take_flag("-locale", args);
@@ -151,5 +175,5 @@ int run_driver(int argc, const char* const* argv) {
     if (opts.use_locale_format) announce_locale();
 
     input_scan scan(out, opts);
-    return end_report(take_road(scan, opts, args), file_report, opts.out_path, stdout_report);
+    return end_report(take_road(scan, opts, args), file_report, stdout_report, failure);
 }

@@ -12,6 +12,9 @@
 
 namespace uni {
 
+// Called once, at the first write that fails, so that the run can say so then and not hours later.
+using write_failure_fn = void (*)(void* context);
+
 // A write-only stream buffer of a fixed size. The put area stops one byte short of the buffer's
 // end, so overflow always has room for its pending character.
 template <class C, class T = std::char_traits<C>>
@@ -30,6 +33,11 @@ public:
         reset_put_area();
     }
     ~streambuf_generic_output() override = default;
+
+    void on_failure(write_failure_fn fn, void* context) {
+        failure_fn = fn;
+        failure_context = context;
+    }
 
     // Writes out what is held: 0, or -1 once any write has failed.
     virtual int flush() {
@@ -50,6 +58,7 @@ protected:
             if (got <= 0) {
                 // Nothing is written after a failure, so what did reach the target has no gap.
                 write_failed = true;
+                if (failure_fn != nullptr) failure_fn(failure_context);
                 return T::eof();  // the stream turns bad
             }
             written += static_cast<size_t>(got);
@@ -67,6 +76,8 @@ protected:
     std::vector<C> buffer;
     bool ok = false;
     bool write_failed = false;
+    write_failure_fn failure_fn = nullptr;
+    void* failure_context = nullptr;
 };
 
 // The report's stream buffer: appends to the file when full or when destroyed, never on sync.
@@ -92,6 +103,7 @@ public:
     void close();
     // Writes out what the buffer holds (sync doesn't); false once any byte of the report was lost.
     bool write_out();
+    void on_failure(write_failure_fn fn, void* context) { buf.on_failure(fn, context); }
 
     bool is_open = false;
 
@@ -110,6 +122,7 @@ public:
     stdout_report_guard& operator=(const stdout_report_guard&) = delete;
     // As fileio_output::write_out, for standard output.
     bool write_out();
+    void on_failure(write_failure_fn fn, void* context) { buf.on_failure(fn, context); }
 
 private:
     class descriptor_buffer : public streambuf_generic_output<char> {

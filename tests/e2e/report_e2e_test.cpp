@@ -9,6 +9,7 @@
 
 #include "foundation/hv_console.h"
 #include "support/builder.h"
+#include "support/builder_vmdk.h"
 #include "support/run_ravel.h"
 
 using namespace testsupport;
@@ -46,8 +47,8 @@ struct inputs {
 
 TEST(ReportE2E, AFailedWriteIsToldOnceAndFailsTheRun) {
     inputs in;
-    const std::string to_file = "prob writing results file: /dev/full\n";
-    const std::string to_stdout = "prob writing report to standard output\n";
+    const std::string to_file = std::string(long_erase_text) + "prob writing results file: /dev/full\n";
+    const std::string to_stdout = std::string(long_erase_text) + "prob writing report to standard output\n";
     struct row {
         std::vector<std::string> args;
         std::string input, stdout_path, err;
@@ -57,7 +58,7 @@ TEST(ReportE2E, AFailedWriteIsToldOnceAndFailsTheRun) {
         {{"-pipe", "-out", "/dev/full"}, in.list, "", to_file + long_erase_text},
         {{"-f", in.small}, "", "/dev/full", to_stdout + long_erase_text},
         {{"-pipe"}, in.list, "/dev/full", to_stdout + long_erase_text},
-        {{"-sqlite", "db"}, "", "/dev/full", "This option is not offered in this build\n" + to_stdout},
+        {{"-sqlite", "db"}, "", "/dev/full", "This option is not offered in this build\nprob writing report to standard output\n"},
     };
     for (const auto& r : rows) {
         run_result got = run_ravel(r.args, r.input, {}, "", r.stdout_path);
@@ -65,6 +66,15 @@ TEST(ReportE2E, AFailedWriteIsToldOnceAndFailsTheRun) {
         EXPECT_EQ(got.err, r.err) << r.args[0] << " " << r.stdout_path;
         EXPECT_EQ(got.status, 255) << r.args[0] << " " << r.stdout_path;
     }
+
+    // Told when it happens, not when the scan ends: before the disk's last percentage lines.
+    ASSERT_TRUE(sparse_vmdk(4 << 20).write(0, busy_container(3000)).save(in.dir.file("disk.vmdk")));
+    const run_result disk = run_ravel({"-vmdk", in.dir.file("disk.vmdk"), "-out", "/dev/full"});
+    EXPECT_EQ(disk.status, 255);
+    const size_t told = disk.err.find(to_file);
+    ASSERT_NE(told, std::string::npos) << disk.err;
+    EXPECT_NE(disk.err.find("percent", told), std::string::npos);
+    EXPECT_EQ(disk.err.find(to_file, told + 1), std::string::npos);
 }
 
 TEST(ReportE2E, AReportThatFillsTheDiskKeepsWhatFit) {

@@ -2,6 +2,7 @@
 // VMDK road gives over the same raw disk, whatever the compression and the number of segments. Sets
 // that won't open are refused by name; a damaged chunk is told and reads as zeros.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <cstdio>
 #include <regex>
@@ -23,6 +24,16 @@ namespace {
 run_result vmdk_road(const byte_image& disk, const std::string& folder) {
     EXPECT_TRUE(sparse_vmdk(disk.size(), 128, 512).write(0, disk.bytes()).save(folder + "/case.E01"));
     return run_ravel({"-vmdk", "case.E01"}, "", {}, folder);
+}
+
+// Each segment of the set in `folder`, its bytes and modification time: what a run must leave alone.
+std::string segments_as_found(const std::string& folder) {
+    std::string found;
+    struct stat st {};
+    for (int n = 1; stat((folder + "/case.E0" + std::to_string(n)).c_str(), &st) == 0; ++n)
+        found += std::to_string(st.st_mtim.tv_sec) + "." + std::to_string(st.st_mtim.tv_nsec) + ":" +
+                 read_file(folder + "/case.E0" + std::to_string(n));
+    return found;
 }
 
 }  // namespace
@@ -47,7 +58,9 @@ TEST(EwfE2E, ImagesGiveTheRowsOfTheRawDisk) {
         ASSERT_TRUE(write_file(folder + "/.keep", "") &&
                     ewf_acquire(dir.file("disk.raw"), folder + "/case", form.compression, form.segment_bytes));
         EXPECT_EQ(read_file(folder + "/case.E02").empty(), form.segment_bytes == 0) << folder;
+        const std::string segments = segments_as_found(folder);
         const run_result run = run_ravel({"-ewf", "case.E01"}, "", {}, folder);
+        EXPECT_TRUE(segments_as_found(folder) == segments) << folder << ": a segment was changed";
         EXPECT_EQ(run.status, 0) << folder;
         EXPECT_EQ(after_preamble(run.out), after_preamble(raw.out)) << folder;
         EXPECT_EQ(run.err, raw.err) << folder;

@@ -5,7 +5,6 @@
 #include <vector>
 
 #include "cmdline/hv_cmd_params.h"
-#include "cmdline/hv_options.h"
 #include "foundation/hv_string.h"
 #include "storage/hv_fileio.h"
 

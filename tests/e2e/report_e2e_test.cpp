@@ -7,7 +7,6 @@
 
 #include <cstdlib>
 
-#include "foundation/hv_console.h"
 #include "support/builder.h"
 #include "support/run_ravel.h"
 
@@ -53,10 +52,10 @@ TEST(ReportE2E, AFailedWriteIsToldOnceAndFailsTheRun) {
         std::string input, stdout_path, err;
     } rows[] = {
         // The small report fails only when its last buffer goes out at the end of the run.
-        {{"-f", in.small, "-out", "/dev/full"}, "", "", to_file + long_erase_text},
-        {{"-pipe", "-out", "/dev/full"}, in.list, "", to_file + long_erase_text},
-        {{"-f", in.small}, "", "/dev/full", to_stdout + long_erase_text},
-        {{"-pipe"}, in.list, "/dev/full", to_stdout + long_erase_text},
+        {{"-f", in.small, "-out", "/dev/full"}, "", "", to_file + long_erase},
+        {{"-pipe", "-out", "/dev/full"}, in.list, "", to_file + long_erase},
+        {{"-f", in.small}, "", "/dev/full", to_stdout + long_erase},
+        {{"-pipe"}, in.list, "/dev/full", to_stdout + long_erase},
         {{"-sqlite", "db"}, "", "/dev/full", "This option is not offered in this build\n" + to_stdout},
     };
     for (const auto& r : rows) {

@@ -4,7 +4,6 @@
 
 #include <sstream>
 
-#include "foundation/hv_console.h"
 #include "support/builder.h"
 #include "support/images.h"
 #include "support/run_ravel.h"
@@ -54,12 +53,12 @@ TEST(StorageE2e, SnapshotChainReadsAsTheFlattenedDisk) {
     // 8 MiB in 61440-byte steps: every 33rd position is a multiple of 99.
     std::string progress;
     for (int percent : {0, 24, 48, 72, 96})
-        progress += short_erase_text + ("percent done: " + std::to_string(percent) + "\r");
+        progress += short_erase + ("percent done: " + std::to_string(percent) + "\r");
     for (const auto& names : {std::make_pair(base, child), std::make_pair(child, base)}) {
         run_result run = run_ravel({"-vmdk", names.first + " | " + names.second});
         EXPECT_EQ(run.status, 0);
         EXPECT_EQ(after_preamble(run.out), rows_with_source(flat.out, names.first + "; " + names.second));
-        EXPECT_EQ(run.err, progress + long_erase_text + "success" + long_erase_text);
+        EXPECT_EQ(run.err, progress + long_erase + "success" + long_erase);
     }
 
     // A child alone: the note and the suggested array. A plain file isn't a sparse extent: the list as given.
@@ -67,11 +66,11 @@ TEST(StorageE2e, SnapshotChainReadsAsTheFlattenedDisk) {
     EXPECT_EQ(run.status, 255);
     EXPECT_EQ(run.err, "=> vmdk file: " + child + "\n depends on parent vmdk \"" + base +
                            "\"\n\nsuggested array: -vmdk \"" + child + " | " + base + "\"\n" +
-                           long_erase_text);
+                           long_erase);
     EXPECT_EQ(after_preamble(run.out), "");
     run = run_ravel({"-vmdk", flat_disk});
     EXPECT_EQ(run.status, 255);
     EXPECT_EQ(run.err, flat_disk + " can't be opened\n\nsuggested array: -vmdk \"" + flat_disk + "\"\n" +
-                           long_erase_text);
+                           long_erase);
     EXPECT_EQ(after_preamble(run.out), "");
 }

@@ -7,7 +7,6 @@
 #include <string>
 
 #include "foundation/hv_bytes.h"
-#include "foundation/hv_console.h"
 #include "storage/hv_vmdk.h"
 #include "support/builder.h"
 #include "support/builder_vmdk.h"
@@ -87,7 +86,7 @@ TEST(StreamVmdkE2E, GrainThatDoesNotInflateIsToldAndReadsAsZeros) {
 
     const run_result run = vmdk_road(dir.path());
     EXPECT_EQ(run.status, 0);
-    const std::string told = std::string(long_erase_text) + "prob reading media bytes 0 to 65535, read as zeros\n";
+    const std::string told = long_erase + "prob reading media bytes 0 to 65535, read as zeros\n";
     const size_t at = run.err.find(told);
     ASSERT_NE(at, std::string::npos) << run.err;
     const std::string rest = run.err.substr(0, at) + run.err.substr(at + told.size());

@@ -79,19 +79,3 @@ TEST(TimeReader, ExampleTable) {
         }
     }
 }
-
-TEST(DateTimeReader, RoundsMillisecondsAndRefusesTheStopRoadDate) {
-    hv::_windows_systemtime st;
-    ASSERT_TRUE(parse_date_time_text("2015-03-09", "10:15:59.9996", "YMD", '-', &st));
-    EXPECT_EQ(st.second, 59);
-    EXPECT_EQ(st.milliseconds, 1000);
-    EXPECT_EQ(st.hour * 100 + st.minute, 1015);
-    EXPECT_FALSE(parse_date_time_text("2015-03-09", "2015-03-09", "YMD", '-', &st));   // date passed as time
-    EXPECT_FALSE(parse_date_time_text("", nullptr, "YMD", '-', &st));
-    // Seconds that the 16-bit field cannot hold.
-    for (const char* time : {"10:15:1e30", "10:15:-1e10", "10:15:-0.5", "10:15:65536"})
-        EXPECT_FALSE(parse_date_time_text("2015-03-09", time, "YMD", '-', &st)) << time;
-    ASSERT_TRUE(parse_date_time_text("2015-03-09", "10:15:65535.25", "YMD", '-', &st));
-    EXPECT_EQ(st.second, 65535);
-    EXPECT_EQ(st.milliseconds, 250);
-}

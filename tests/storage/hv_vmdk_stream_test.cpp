@@ -51,18 +51,6 @@ struct loaded {
 
 }  // namespace
 
-// What can't be read as compressed grains is refused at open.
-TEST(VmwareStream, NoFooterOrAnotherAlgorithmIsRefused) {
-    RAVEL_NEEDS(missing_zlib());
-    const byte_image whole = writes(sparse_vmdk(capacity, 128, 16).stream()).image();
-    byte_image no_footer = whole, other_algorithm = whole;
-    no_footer.resize(whole.size() - 1024);
-    other_algorithm.u16(vmdk::compression, 2);
-    EXPECT_TRUE(loaded(whole).good);
-    EXPECT_FALSE(loaded(no_footer).good);
-    EXPECT_FALSE(loaded(other_algorithm).good);
-}
-
 // A byte changed in a grain's data, or a marker that names another grain: that grain reads as zeros,
 // the others as written, and each is lost once however often it is read.
 TEST(VmwareStream, GrainThatDoesNotInflateIsLostOnce) {

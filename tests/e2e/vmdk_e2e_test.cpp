@@ -1,9 +1,10 @@
-// streamOptimized disks as qemu-img writes them (VMware's exports, with the directory at the end:
-// tests/storage/hv_vmdk_stream_test.cpp), read through the VMDK road: the rows and messages of the
-// monolithic sparse form of the same raw disk, chains included; a grain that doesn't inflate is told and
-// reads as zeros.
+// VMware disks made by qemu-img, read through the VMDK road. A snapshot chain gives the rows of the
+// flattened disk read as a file. streamOptimized disks (VMware's exports, the directory at the end) give
+// the rows and messages of the monolithic sparse form of the same raw disk, chains included; a grain
+// that doesn't inflate is told and reads as zeros.
 #include <gtest/gtest.h>
 
+#include <sstream>
 #include <string>
 
 #include "foundation/hv_bytes.h"
@@ -33,7 +34,68 @@ bool add_snapshot(const std::string& folder, const std::string& patch) {
                  "qemu-io -f vmdk -c 'write -s " + patch + " 393216 131072' child.vmdk");
 }
 
+// The header row and the rows of a report, their last column (which names the input) replaced by `source`.
+std::string rows_with_source(const std::string& report, const std::string& source) {
+    std::istringstream in(after_preamble(report));
+    std::string line, out;
+    if (std::getline(in, line)) out = line + "\n";
+    while (std::getline(in, line)) out += line.substr(0, line.rfind(',') + 1) + source + "\n";
+    return out;
+}
+
 }  // namespace
+
+TEST(StorageE2e, SnapshotChainReadsAsTheFlattenedDisk) {
+    RAVEL_NEEDS(missing_qemu_tools());
+    temp_dir dir;
+    const std::string base = dir.file("base.vmdk"), child = dir.file("child.vmdk"), flat_disk = dir.file("flat.raw");
+    byte_image disk(8 << 20), changes(0x8000), patch(0x400);
+    disk.text(1 << 20, small_container("base.example").bytes());
+    changes.text(0, small_container("child.example").bytes());
+    url_entry over;
+    over.url = "http://changed.example/over-the-base";
+    write_url_entry(patch, 0, over);
+    ASSERT_TRUE(write_file(dir.file("base.raw"), disk.bytes()) && write_file(dir.file("patch.bin"), patch.bytes()) &&
+                write_file(dir.file("changes.bin"), changes.bytes()) &&
+                qemu_vmdk(dir.file("base.raw"), base, "monolithicSparse") &&
+                shell("qemu-img create -q -f vmdk -b " + quoted(base) + " -F vmdk " + quoted(child)) &&
+                // Other entries in grains of their own, and one over the base's second URL entry.
+                shell("qemu-io -f vmdk -c 'write -s " + dir.file("changes.bin") + " 5242880 32768' -c 'write -s " +
+                      dir.file("patch.bin") + " " + std::to_string((1 << 20) + 0x5400) + " 1024' " + quoted(child)) &&
+                shell("qemu-img convert -q -f vmdk -O raw " + quoted(child) + " " + quoted(flat_disk)))
+        << "qemu-img could not build the images";
+
+    run_result flat = run_ravel({"-f", flat_disk});
+    ASSERT_EQ(flat.status, 0) << flat.err;
+    std::string flat_rows = after_preamble(flat.out);
+    EXPECT_NE(flat_rows.find("http://changed.example/over-the-base"), std::string::npos);
+    EXPECT_EQ(flat_rows.find("http://base.example/page1"), std::string::npos);
+    EXPECT_NE(flat_rows.find("http://child.example/moved"), std::string::npos);
+
+    // 8 MiB in 61440-byte steps: every 33rd position is a multiple of 99.
+    std::string progress;
+    for (int percent : {0, 24, 48, 72, 96})
+        progress += short_erase + ("percent done: " + std::to_string(percent) + "\r");
+    for (const auto& names : {std::make_pair(base, child), std::make_pair(child, base)}) {
+        run_result run = run_ravel({"-vmdk", names.first + " | " + names.second});
+        EXPECT_EQ(run.status, 0);
+        EXPECT_EQ(after_preamble(run.out), rows_with_source(flat.out, names.first + "; " + names.second));
+        EXPECT_EQ(run.err, progress + long_erase + "success" + long_erase);
+    }
+
+    // A child alone: the note and the suggested array. A plain file isn't a sparse extent: the list as given.
+    run_result run = run_ravel({"-vmdk", child});
+    EXPECT_EQ(run.status, 255);
+    EXPECT_EQ(run.err, "=> vmdk file: " + child + "\n depends on parent vmdk \"" + base +
+                           "\"\n\nsuggested array: -vmdk \"" + child + " | " + base + "\"\n" +
+                           long_erase);
+    EXPECT_EQ(after_preamble(run.out), "");
+    run = run_ravel({"-vmdk", flat_disk});
+    EXPECT_EQ(run.status, 255);
+    EXPECT_EQ(run.err, flat_disk + " can't be opened\n\nsuggested array: -vmdk \"" + flat_disk + "\"\n" +
+                           long_erase);
+    EXPECT_EQ(after_preamble(run.out), "");
+}
 
 TEST(StreamVmdkE2E, StreamDisksGiveTheRowsOfTheSparseForm) {
     RAVEL_NEEDS(missing_stream_tools());

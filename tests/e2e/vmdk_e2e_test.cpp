@@ -132,32 +132,42 @@ TEST(StreamVmdkE2E, StreamDisksGiveTheRowsOfTheSparseForm) {
     EXPECT_EQ(stream_chain.err, sparse_chain.err);
 }
 
-// A byte changed in the deflate data of qemu-img's first grain: its 64 KiB are told, once, and read as
-// zeros; the rows are those of the raw disk with them zeroed.
+// A byte changed in the deflate data of qemu-img's first grain, or in the marker of its second, which then
+// names another grain: that grain's 64 KiB are told, once, and read as zeros; the rows are those of the
+// raw disk with them zeroed.
 TEST(StreamVmdkE2E, GrainThatDoesNotInflateIsToldAndReadsAsZeros) {
     RAVEL_NEEDS(missing_stream_tools());
     temp_dir dir;
-    byte_image disk = evidence_disk();
+    const byte_image disk = evidence_disk();
     ASSERT_TRUE(write_file(dir.file("disk.raw"), disk.bytes()) && write_file(dir.file("zeroed/.keep"), "") &&
                 qemu_vmdk(dir.file("disk.raw"), dir.file("disk.vmdk"), "streamOptimized"));
-    std::string file = read_file(dir.file("disk.vmdk"));
-    // qemu-img writes the grains, in the order of the disk, from the end of the metadata on.
-    const uint64_t first_marker = 512 * hv::le64(reinterpret_cast<const uint8_t*>(file.data()), file.size(), vmdk::overhead);
-    file[first_marker + 12 + 100] = static_cast<char>(file[first_marker + 12 + 100] ^ 0x20);
-    ASSERT_TRUE(write_file(dir.file("disk.vmdk"), file));
+    const std::string whole = read_file(dir.file("disk.vmdk"));
+    const uint8_t* bytes = reinterpret_cast<const uint8_t*>(whole.data());
+    // qemu-img writes the grains in the order of the disk from the end of the metadata on, each behind
+    // its marker: the grain's first sector, the data's length.
+    const uint64_t first_marker = 512 * hv::le64(bytes, whole.size(), vmdk::overhead);
+    const uint64_t second_marker = first_marker + (12 + hv::le32(bytes, whole.size(), first_marker + 8) + 511) / 512 * 512;
+    const struct { uint64_t at; char flip; uint64_t lost; } cases[] = {{first_marker + 12 + 100, 0x20, 0},
+                                                                       {second_marker, '\x80', 65536}};
+    for (const auto& c : cases) {
+        std::string file = whole;
+        file[c.at] = static_cast<char>(file[c.at] ^ c.flip);
+        ASSERT_TRUE(write_file(dir.file("disk.vmdk"), file));
+        const run_result run = vmdk_road(dir.path());
+        EXPECT_EQ(run.status, 0);
+        const std::string told = long_erase + "prob reading media bytes " + std::to_string(c.lost) + " to " +
+                                 std::to_string(c.lost + 65535) + ", read as zeros\n";
+        const size_t at = run.err.find(told);
+        ASSERT_NE(at, std::string::npos) << run.err;
+        const std::string rest = run.err.substr(0, at) + run.err.substr(at + told.size());
+        EXPECT_EQ(rest.find("prob reading"), std::string::npos);
 
-    const run_result run = vmdk_road(dir.path());
-    EXPECT_EQ(run.status, 0);
-    const std::string told = long_erase + "prob reading media bytes 0 to 65535, read as zeros\n";
-    const size_t at = run.err.find(told);
-    ASSERT_NE(at, std::string::npos) << run.err;
-    const std::string rest = run.err.substr(0, at) + run.err.substr(at + told.size());
-    EXPECT_EQ(rest.find("prob reading"), std::string::npos);
-
-    disk.text(0, std::string(65536, '\0'));
-    ASSERT_TRUE(sparse_vmdk(disk.size(), 128, 512).write(0, disk.bytes()).save(dir.file("zeroed/disk.vmdk")));
-    const run_result zeroed = vmdk_road(dir.file("zeroed"));
-    EXPECT_EQ(after_preamble(run.out), after_preamble(zeroed.out));
-    EXPECT_EQ(rest, zeroed.err);
-    EXPECT_EQ(run.out.find("http://text.example/1024,"), std::string::npos);
+        byte_image zeroed_disk = disk;
+        zeroed_disk.text(c.lost, std::string(65536, '\0'));
+        ASSERT_TRUE(sparse_vmdk(disk.size(), 128, 512).write(0, zeroed_disk.bytes()).save(dir.file("zeroed/disk.vmdk")));
+        const run_result zeroed = vmdk_road(dir.file("zeroed"));
+        EXPECT_EQ(after_preamble(run.out), after_preamble(zeroed.out));
+        EXPECT_EQ(rest, zeroed.err);
+        EXPECT_EQ(run.out.find("http://text.example/" + std::to_string(c.lost + 1024) + ","), std::string::npos);
+    }
 }

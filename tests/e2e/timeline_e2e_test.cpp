@@ -68,16 +68,21 @@ json_object json_object_of(const std::string& line) {
         return here;
     };
     auto string = [&](std::string& out) {
+        static const std::string simple = "\"\\/bfnrt", meaning = "\"\\/\b\f\n\r\t";
         if (!take('"')) return false;
         while (i < line.size() && line[i] != '"') {
             const char c = line[i++];
-            if (static_cast<unsigned char>(c) < 0x20 || (c == '\\' && i == line.size())) return false;
-            const size_t simple = c == '\\' ? std::string("\"\\/bfnrt").find(line[i++]) : 0;
-            if (c != '\\') out += c;
-            else if (simple != std::string::npos) out += "\"\\/\b\f\n\r\t"[simple];
-            else if (line.compare(i - 1, 3, "u00") == 0 && i + 4 <= line.size())  // the only escapes written
-                out += static_cast<char>(std::stoi(line.substr(i + 2, 2), nullptr, 16)), i += 4;
-            else return false;
+            if (static_cast<unsigned char>(c) < 0x20) return false;
+            if (c != '\\') {
+                out += c;
+            } else if (i < line.size() && simple.find(line[i]) != std::string::npos) {
+                out += meaning[simple.find(line[i++])];
+            } else if (line.compare(i, 3, "u00") == 0 && i + 5 <= line.size()) {  // the only escapes written
+                out += static_cast<char>(std::stoi(line.substr(i + 3, 2), nullptr, 16));
+                i += 5;
+            } else {
+                return false;
+            }
         }
         return take('"');
     };

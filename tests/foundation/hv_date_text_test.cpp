@@ -51,7 +51,9 @@ TEST(DateReader, ExampleTable) {
     for (const row& r : rows) {
         uint32_t d = 0, m = 0, y = 0;
         EXPECT_EQ(parse_date_text(r.text, "YMD", r.sep, &d, &m, &y), r.ok) << r.text;
-        if (r.ok) EXPECT_EQ(y * 10000 + m * 100 + d, r.year * 10000 + r.month * 100 + r.day) << r.text;
+        if (r.ok) {
+            EXPECT_EQ(y * 10000 + m * 100 + d, r.year * 10000 + r.month * 100 + r.day) << r.text;
+        }
     }
     uint32_t d, m, y;
     EXPECT_FALSE(parse_date_text("2015-03-09", "DMY", '-', &d, &m, &y));   // 2015 is no day
@@ -78,4 +80,12 @@ TEST(TimeReader, ExampleTable) {
             EXPECT_DOUBLE_EQ(s, r.second) << r.text;
         }
     }
+}
+
+// -locale: the date in the locale's short form, the time as by default.
+TEST(DateForms, LocaleRoad) {
+    const std::locale classic = std::locale::classic();
+    std::string date, time;
+    format_date_time_in_locale(date, time, hv::time(moment, hv::kind_filetime), &classic, true, false, false);
+    EXPECT_EQ(date + " " + time, "03/09/15 13:05:09.123");
 }

@@ -21,12 +21,11 @@ run_result run_ravel(const std::vector<std::string>& args, const std::string& in
                      const std::vector<std::string>& env = {}, const std::string& cwd = "",
                      const std::string& stdout_path = "");
 
-// A run watched for its cost: standard error is only counted and its end kept, the child is killed
-// after `seconds` (a hang guard, not a measure), and its peak resident memory is taken.
+// A run watched for its cost: only the end of standard error is kept, the child is killed after
+// `seconds` (a hang guard, not a measure), and its peak resident memory is taken.
 struct bounded_result {
     std::string out;
     std::string err_tail;    // the last 4 KiB of standard error
-    uint64_t err_bytes = 0;
     int status = -1;
     uint64_t peak_kib = 0;
     bool killed = false;

@@ -25,19 +25,6 @@ names directories(byte_image& image, std::initializer_list<uint8_t> indexes, int
 
 }  // namespace
 
-TEST(Container, RangeIsInsideAndTheHeaderCopy) {
-    const char b[16] = {};
-    EXPECT_EQ(range_is_inside(b, b + 11, 4, 16), 11u);
-    EXPECT_EQ(range_is_inside(b, b, 4, 16) + range_is_inside(b, b + 12, 4, 16), 0u);  // at base; ending at total
-    EXPECT_EQ(range_is_inside(b + 4, b, 1, 16) + range_is_inside(b, b + 1, 17, 16), 0u);
-    byte_image image;
-    write_container_header(image, {});
-    image.u8(0, 'c');
-    INDEX_DAT_RECORD record;
-    EXPECT_EQ(read_container_header(record, image.data(), 81), 0);
-    EXPECT_EQ(record.header[0], 'c');  // copied before the test
-}
-
 TEST(Container, DirectoryIndexRules) {
     byte_image image(512);
     write_container_header(image, {"ENG3X4ZR", "AB\0D\0FGH"s, "NAME2"});
@@ -65,32 +52,6 @@ TEST(Container, BadTablesLeaveDirectoriesEmpty) {
         EXPECT_EQ(directories(image, {0}, &answer)[0], c.count == 2 && c.answer ? "AAAAAAAA" : "") << c.count;
         EXPECT_EQ(answer, c.answer) << c.count;
     }
-}
-
-TEST(Container, HashWalkFollowsTheChainAndFindsGaps) {
-    byte_image image(0x3000);
-    write_container_header(image, {"DIR00000"}, 0x800);
-    // Gap entries are decoded with the gap's rest as the size and their file offset as the offset:
-    // one near the file's start is found, one far from it isn't.
-    url_entry e;
-    e.url = "http://gap/";
-    write_url_entry(image, 0x300, e);
-    write_url_entry(image, 0x1C00, e);
-    e.url = "http://named/";
-    write_url_entry(image, 0x200, e);
-    write_url_entry(image, 0x2000, e);
-    write_redr_entry(image, 0x280, "http://redr/");
-    write_hash_block(image, 0x800, {{1, 0x200}, {2, 0x280}, {3, 0x2000}, {4, 0x9999}, {5, 0x10}}, 0xC00);
-    write_hash_block(image, 0xC00, {{6, 0x2000}}, 0x800);  // points back: each block is read once
-    INDEX_DAT_RECORD record;
-    ASSERT_TRUE(record.walk_hash_tables(image.data(), static_cast<uint32_t>(image.size()), true));
-    ASSERT_EQ(record.hash_tables.size(), 2u);
-    EXPECT_EQ(record.hash_tables[0].pairs.size(), 3u);  // slots naming no entry are skipped
-    EXPECT_EQ(record.entries.at(0x280).redr_index, 0u);
-    EXPECT_EQ(record.entries.at(0x2000).hash_blocks, (std::vector<uint32_t>{0, 1}));
-    EXPECT_EQ(record.gap_url_entries.at(0).url, "http://gap/");
-    EXPECT_EQ(record.entries.at(0x300).hash_blocks, std::vector<uint32_t>{no_index});
-    EXPECT_EQ(record.entries.count(0x1C00), 0u);
 }
 
 // The lossless report's questions: a bit or a slot says "yes", a bit or a chain read whole says "no",

@@ -120,7 +120,7 @@ TEST(EntryDecoding, LocalTimeMarks) {
     }
 }
 
-TEST(EntryDecoding, CacheKindAndSourceText) {
+TEST(EntryDecoding, CacheKindFromThePath) {
     struct { const char* path; uint32_t kind; } cases[] = {
         {"/cases/Content.IE5/index.dat", 1}, {"/cases/Temporary Internet Files/History/index.dat", 2},
         {"/c/History/History.IE5/MSHist012015030120150308/index.dat", 3},
@@ -134,10 +134,4 @@ TEST(EntryDecoding, CacheKindAndSourceText) {
         EXPECT_EQ(classify_container_path(opts), c.kind == 1 || !*c.path ? 0 : 1) << c.path;
         EXPECT_EQ(opts.cache_category, c.kind) << c.path;
     }
-    cmd_opts opts;  // the disk images' form is pinned end to end
-    opts.vmdk_files = {L"a.vmdk"};
-    opts.partition = "/dev/disk2s1";
-    EXPECT_EQ(build_source_text(opts), "/dev/disk2s1:\\");
-    opts.current_file = "/x/index.dat";
-    EXPECT_EQ(build_source_text(opts), "/x/index.dat");
 }

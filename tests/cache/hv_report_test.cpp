@@ -49,20 +49,6 @@ TEST(Report, StampColumns) {
               "2015-03-01,12:00:01.000 local,,,,,2015-03-02,08:30:02.000 UTC,URL ,http://a/|b,,,43,,0,,\n");
 }
 
-TEST(Report, SeparatorNoteColumnsAndShortForm) {
-    cmd_opts opts;
-    opts.separator = "|";
-    opts.show_note_columns = true;
-    std::ostringstream header;
-    write_header_row(header, opts);
-    EXPECT_EQ(header.str().substr(0, 26), "note|offset|last mod date|");
-    activity_record row = url_row();
-    row.offset = 0x123456789ull;  // all 64 bits; nothing is escaped
-    EXPECT_EQ(row_text(row, opts), "0x123456789|||||||||URL |http://a/|b|||43||0||\n");
-    opts.show_note_columns = opts.verbose = false;
-    EXPECT_EQ(row_text(row, opts), "||||||||URL |http://a/|b|||||||\n");
-}
-
 // A lossless row is written plain and checked whole; a field that holds a byte that calls for quotes
 // must still be quoted alone, whatever run it stands in and whatever the separator's length.
 TEST(Report, LosslessFieldsAreQuotedOnlyWhereTheyMustBe) {

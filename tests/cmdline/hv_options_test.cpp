@@ -5,8 +5,6 @@
 #include <tuple>
 
 #include "cmdline/hv_cmd_params.h"
-#include "cmdline/hv_host.h"
-#include "support/run_ravel.h"
 
 namespace {
 
@@ -75,45 +73,6 @@ TEST(OptionsTest, DateAndTimeValues) {
     EXPECT_FALSE(p.ok || !p.err.empty());
 }
 
-TEST(OptionsTest, FailuresAndTheirMessages) {
-    const std::pair<arg_list, std::string> rows[] = {
-        {{"-sqlite_log", "x"}, "This option is not offered in this build\n"},
-        {{"-alias", " | "}, "imbalanced alias to true pathfiles, aborting\n"},
-        {{"-aliaspath", "a|b|c"}, "imbalanced alias to true pathfiles, aborting\n"},
-    };
-    for (const auto& [words, err] : rows) {
-        cmd_opts opts;
-        const parsed p = parse(opts, words);
-        EXPECT_FALSE(p.ok) << words[0];
-        EXPECT_EQ(p.err, err);
-    }
-    cmd_opts opts;
-    arg_list none;
-    EXPECT_FALSE(parse_options(opts, none));
-}
-
-TEST(OptionsTest, StoredOptionsAreAllClaimed) {
-    cmd_opts opts;
-    const parsed p = parse(opts, {"-pair_datetime", "-gzip", "-zlib", "-threads", "x1F", "-zlibex", "z", "-signal",
-                                  "s", "-hostname", "h", "-split_pathfile", "-username", "u", "-cpuinst", "4", "-cpu",
-                                  "0x10", "-fragment_files", "3", "-separate_files", "-outdir", "/o", "-enumdir", "/e",
-                                  "-num_subdirs", "2", "-profile", "-pipe", "-base10", "-base16", "-verbose", "-v",
-                                  "-quiet", "-alias", "A|%NOT_SET_ANYWHERE%|b|c", "-aliaspath", "X/|\"y\"/"});
-    ASSERT_TRUE(p.ok);
-    EXPECT_EQ(p.left, (arg_list{"prog", "-v"}));   // -v is looked for only without -verbose
-    EXPECT_EQ(std::vector<int64_t>({opts.threads, opts.cpu_instances, opts.cpu_limit, opts.fragment_files,
-                                    opts.num_subdirs}),
-              std::vector<int64_t>({31, 4, 16, 3, 2}));
-    EXPECT_TRUE(opts.compress && opts.compress_gzip && opts.compress_zlib && opts.compress_zlibex);
-    EXPECT_TRUE(opts.separate_files && opts.outdir_given && opts.enum_dir_given && opts.pipe_input);
-    EXPECT_TRUE(opts.profile && opts.base16 && opts.hostname_given && opts.username_given && !opts.show_progress);
-    EXPECT_EQ(opts.file_alias_map, (std::map<std::string, std::string>{{"a", "%NOT_SET_ANYWHERE%"}, {"b", "c"}}));
-    EXPECT_EQ(opts.path_alias_map, (std::map<std::string, std::string>{{"x", "y"}}));
-    cmd_opts lone;
-    EXPECT_TRUE(parse(lone, {"-aliaspath", " | "}).ok);   // a split that yields nothing is no failure
-    EXPECT_EQ(lone.path_alias_map.at("*"), " | ");
-}
-
 TEST(OptionsTest, FilterLoopsAndTheirNumbers) {
     cmd_opts opts;
     const parsed p = parse(opts, {"-filter", "*.dat", "-filter_path", "/X", "-filter_path", "*.log", "-filter", "b",
@@ -132,43 +91,4 @@ TEST(OptionsTest, FilterLoopsAndTheirNumbers) {
         EXPECT_EQ(parse_sig_offset(text, out), value != 0) << text;
         EXPECT_EQ(out, value) << text;
     }
-}
-
-TEST(OptionsTest, OutProbeAndDiags) {
-    testsupport::temp_dir dir;
-    const std::string report = dir.file("r.txt"), log = dir.file("d.log");
-    testsupport::write_file(report, "old report");
-    cmd_opts opts;
-    parsed p = parse(opts, {"-out", report, "-outfile", "y", "-append", "-diags", log, "-l3", "-l2"});
-    EXPECT_TRUE(p.ok && opts.out_path == report && opts.diags_on && opts.diags_level == 2);
-    EXPECT_EQ(p.left, (arg_list{"prog", "-outfile", "y", "-append", "-l3"}));
-    EXPECT_FALSE(std::ifstream(report).good());   // removed even with -append; main makes it anew
-    EXPECT_EQ(testsupport::read_file(log),
-              "->prog -out " + report + " -outfile y -append -diags " + log + " -l3 -l2\n");
-    cmd_opts lost;
-    p = parse(lost, {"-diags", dir.file("no/such/d.log"), "-l2"});
-    EXPECT_FALSE(!p.ok || lost.diags_on || lost.diags_stream || !lost.diags_path.empty());
-    EXPECT_EQ(p.left, (arg_list{"prog", "-l2"}));
-}
-
-TEST(HostTest, ProductVersionAndOsText) {
-    for (auto [version, numbers] :
-         {std::pair{"10.9", "10 9 0"}, {"10.9.5", "10 9 5"}, {"11", "11 0 0"}, {"", "0 0 0"}}) {
-        cmd_opts opts;
-        parse_host_product_version(opts, std::string("<key>ProductVersion</key>\n\t<string>") + version + "</string>");
-        EXPECT_EQ(opts.host_os_version, version);
-        EXPECT_EQ(std::to_string(opts.host_os_major) + " " + std::to_string(opts.host_os_minor) + " " +
-                      std::to_string(opts.host_os_patch), numbers);
-    }
-    os_version_info info;
-    info.os_name = "Sys;tem", info.os_version = "v1", info.os_release = "6.1.2-rc", info.node_name = "box";
-    info.is_64bit = true, info.program_path = "/Bin/Tool_x";
-    std::ostringstream text("stale");
-    write_os_text(info, text, ";", " ", false, false);
-    EXPECT_EQ(text.str(), "Sys tem;v1;6.1.2-rc;64");
-    info.short_release = true, info.extra_value = 0xab;
-    write_os_text(info, text, ";", " ", true, true);
-    EXPECT_EQ(text.str(), "Sys tem;box;v1;6.1.2;64;/bin/tool_x;ab");
-    ASSERT_TRUE(fill_os_version_info(info, "/usr/bin/ravel_cli"));
-    EXPECT_EQ(info.program_stem, "ravel");
 }

@@ -8,7 +8,6 @@
 #include <string>
 #include <vector>
 
-#include "foundation/hv_console.h"
 #include "support/builder_vmdk.h"
 #include "support/images.h"
 #include "support/run_ravel.h"
@@ -51,6 +50,6 @@ TEST(BuildOptionsE2E, WithoutLibewfAndZlibTheirInputsAreRefused) {
     const run_result stream = run_other(ravel, {"-vmdk", "disk.vmdk"}, dir.path());
     EXPECT_EQ(stream.status, 255);
     EXPECT_EQ(stream.err, "disk.vmdk can't be opened: compressed grains are not offered in this build\n\n"
-                          "suggested array: -vmdk \"disk.vmdk\"\n" + std::string(long_erase_text));
+                          "suggested array: -vmdk \"disk.vmdk\"\n" + long_erase);
     EXPECT_EQ(after_preamble(stream.out), "");
 }

@@ -173,7 +173,7 @@ TEST(CompleteE2E, EveryRowParsesToTwentyFieldsThatKeepTheirBytes) {
 }
 
 TEST(CompleteE2E, TheRealDeletedContainerTellsItsFreeBlocks) {
-    RAVEL_NEEDS(real_fixtures_dir().empty() ? "../shared/fixtures/real is absent" : "");
+    RAVEL_NEEDS(missing_real_fixtures());
     const run_result run = run_ravel({"-complete", "-f", "deleted/index.dat"}, "", {}, real_fixtures_dir());
     ASSERT_EQ(run.status, 0);
     size_t free_blocks = 0, unlisted = 0, rows = 0;
@@ -189,13 +189,4 @@ TEST(CompleteE2E, TheRealDeletedContainerTellsItsFreeBlocks) {
     EXPECT_EQ(rows, 18u);
     EXPECT_EQ(free_blocks, 11u);
     EXPECT_EQ(unlisted, 5u);
-}
-
-TEST(CompleteE2E, FormsWithoutASeparatorAreRefused) {
-    for (const char* form : {"-xml", "-multiline"}) {
-        const run_result run = run_ravel({"-complete", form, "-f", "whatever"});
-        EXPECT_EQ(run.status, 255);
-        EXPECT_EQ(run.err, "-complete needs a column separator: it is not offered with -xml or -multiline\n");
-        EXPECT_EQ(run.out.rfind("ravel ver:", 0), 0u);
-    }
 }

@@ -8,7 +8,6 @@
 #include <regex>
 #include <string>
 
-#include "foundation/hv_console.h"
 #include "storage/hv_ewf.h"
 #include "support/builder.h"
 #include "support/builder_vmdk.h"
@@ -100,7 +99,7 @@ TEST(EwfE2E, SetsThatWontOpenAreRefusedByName) {
         const run_result run = run_ravel({"-ewf", c.image}, "", {}, dir.path());
         EXPECT_EQ(run.status, 255) << c.what;
         EXPECT_EQ(after_preamble(run.out), "") << c.what;
-        EXPECT_EQ(run.err, c.message + std::string(long_erase_text)) << c.what;
+        EXPECT_EQ(run.err, c.message + long_erase) << c.what;
     }
 }
 
@@ -125,11 +124,10 @@ TEST(EwfE2E, DamagedChunkIsToldOnceAndReadsAsZeros) {
     EXPECT_EQ(first % 32768, 0u);
     EXPECT_EQ(last - first + 1, 32768u);
     // On a line of its own, the status line wiped first.
-    const std::string erase = long_erase_text;
     std::string rest = lost.prefix().str();
-    ASSERT_GE(rest.size(), erase.size());
-    EXPECT_EQ(rest.substr(rest.size() - erase.size()), erase);
-    rest = rest.substr(0, rest.size() - erase.size()) + lost.suffix().str();
+    ASSERT_GE(rest.size(), long_erase.size());
+    EXPECT_EQ(rest.substr(rest.size() - long_erase.size()), long_erase);
+    rest = rest.substr(0, rest.size() - long_erase.size()) + lost.suffix().str();
     EXPECT_FALSE(std::regex_search(rest, told));
 
     disk.text(first, std::string(last - first + 1, '\0'));

@@ -5,7 +5,6 @@
 
 #include <cstdlib>
 
-#include "foundation/hv_console.h"
 #include "support/builder.h"
 #include "support/needs.h"
 #include "support/run_ravel.h"
@@ -50,7 +49,7 @@ TEST(ReadmeE2E, TheSampleBlockIsWhatTheQuickStartPrints) {
     run_result r = run_ravel({"-f", "build/sample/Content.IE5/index.dat"}, "", {}, dir.path());
     replace_all(r.out, ravel_binary(), "./build/ravel");
     EXPECT_EQ(without_run_line(shown), without_run_line(r.out));
-    EXPECT_EQ(r.err, long_erase_text);
+    EXPECT_EQ(r.err, long_erase);
     EXPECT_EQ(r.status, 0);
 }
 

@@ -7,7 +7,6 @@
 
 #include <cstdlib>
 
-#include "foundation/hv_console.h"
 #include "support/builder.h"
 #include "support/builder_vmdk.h"
 #include "support/run_ravel.h"
@@ -47,17 +46,17 @@ struct inputs {
 
 TEST(ReportE2E, AFailedWriteIsToldOnceAndFailsTheRun) {
     inputs in;
-    const std::string to_file = std::string(long_erase_text) + "prob writing results file: /dev/full\n";
-    const std::string to_stdout = std::string(long_erase_text) + "prob writing report to standard output\n";
+    const std::string to_file = long_erase + "prob writing results file: /dev/full\n";
+    const std::string to_stdout = long_erase + "prob writing report to standard output\n";
     struct row {
         std::vector<std::string> args;
         std::string input, stdout_path, err;
     } rows[] = {
         // The small report fails only when its last buffer goes out at the end of the run.
-        {{"-f", in.small, "-out", "/dev/full"}, "", "", to_file + long_erase_text},
-        {{"-pipe", "-out", "/dev/full"}, in.list, "", to_file + long_erase_text},
-        {{"-f", in.small}, "", "/dev/full", to_stdout + long_erase_text},
-        {{"-pipe"}, in.list, "/dev/full", to_stdout + long_erase_text},
+        {{"-f", in.small, "-out", "/dev/full"}, "", "", to_file + long_erase},
+        {{"-pipe", "-out", "/dev/full"}, in.list, "", to_file + long_erase},
+        {{"-f", in.small}, "", "/dev/full", to_stdout + long_erase},
+        {{"-pipe"}, in.list, "/dev/full", to_stdout + long_erase},
         {{"-sqlite", "db"}, "", "/dev/full", "This option is not offered in this build\nprob writing report to standard output\n"},
     };
     for (const auto& r : rows) {

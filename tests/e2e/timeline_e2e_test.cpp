@@ -22,8 +22,6 @@ using namespace testsupport;
 
 namespace {
 
-// ---- a small JSON reader: one object a line, of strings, numbers and the three words --------------
-
 // The length of the well-formed UTF-8 character at s[i], or 0.
 size_t utf8_char(const std::string& s, size_t i) {
     const unsigned char lead = static_cast<unsigned char>(s[i]);
@@ -57,73 +55,56 @@ std::string as_code_points(const std::string& bytes) {
     return out;
 }
 
-struct json_value {
-    bool is_string = false;
-    std::string text;  // a string decoded, or a number or word as written
-};
-using json_object = std::map<std::string, json_value>;
-
-// Reads a line that must be one flat object and valid UTF-8; false when it isn't.
-class json_line {
-public:
-    explicit json_line(const std::string& line) : s_(line) {}
-
-    bool read(json_object& object) {
-        for (size_t i = 0, n; i < s_.size(); i += n)
-            if ((n = utf8_char(s_, i)) == 0) return false;
-        if (!take('{')) return false;
-        do {
-            std::string name;
-            json_value value;
-            if (!string(name) || !take(':')) return false;
-            value.is_string = peek() == '"';
-            if (!(value.is_string ? string(value.text) : word(value.text))) return false;
-            if (!object.emplace(name, value).second) return false;
-        } while (take(','));
-        return take('}') && i_ == s_.size();
-    }
-
-private:
-    char peek() const { return i_ < s_.size() ? s_[i_] : '\0'; }
-    bool take(char c) {
-        if (peek() != c) return false;
-        ++i_;
-        return true;
-    }
-    bool string(std::string& out) {
+// One flat object of strings, whole numbers and the three words, in valid UTF-8: each member's name and
+// value, a string decoded and anything else as written behind "#". Empty when the line is anything else.
+using json_object = std::map<std::string, std::string>;
+json_object json_object_of(const std::string& line) {
+    for (size_t at = 0, n; at < line.size(); at += n)
+        if ((n = utf8_char(line, at)) == 0) return {};
+    size_t i = 0;
+    auto take = [&](char c) {
+        const bool here = i < line.size() && line[i] == c;
+        i += here;
+        return here;
+    };
+    auto string = [&](std::string& out) {
+        static const std::string simple = "\"\\/bfnrt", meaning = "\"\\/\b\f\n\r\t";
         if (!take('"')) return false;
-        while (i_ < s_.size() && s_[i_] != '"') {
-            const char c = s_[i_++];
+        while (i < line.size() && line[i] != '"') {
+            const char c = line[i++];
             if (static_cast<unsigned char>(c) < 0x20) return false;
             if (c != '\\') {
                 out += c;
-                continue;
-            }
-            const char e = s_[i_++];
-            const std::string simple = "\"\\/bfnrt", meaning = "\"\\/\b\f\n\r\t";
-            if (simple.find(e) != std::string::npos) {
-                out += meaning[simple.find(e)];
-            } else if (e == 'u' && s_.compare(i_, 2, "00") == 0 && i_ + 4 <= s_.size()) {  // only these are written
-                out += static_cast<char>(std::stoi(s_.substr(i_ + 2, 2), nullptr, 16));
-                i_ += 4;
+            } else if (i < line.size() && simple.find(line[i]) != std::string::npos) {
+                out += meaning[simple.find(line[i++])];
+            } else if (line.compare(i, 3, "u00") == 0 && i + 5 <= line.size()) {  // the only escapes written
+                out += static_cast<char>(std::stoi(line.substr(i + 3, 2), nullptr, 16));
+                i += 5;
             } else {
                 return false;
             }
         }
         return take('"');
-    }
-    // true, false, null or a number; every number here is whole.
-    bool word(std::string& out) {
-        const size_t end = std::min(s_.find_first_of(",}", i_), s_.size());
-        out = s_.substr(i_, end - i_);
-        i_ = end;
-        return out == "true" || out == "false" || out == "null" ||
-               (!out.empty() && out.find_first_not_of("0123456789") == std::string::npos);
-    }
-
-    const std::string& s_;
-    size_t i_ = 0;
-};
+    };
+    json_object object;
+    if (!take('{')) return {};
+    do {
+        std::string name, value;
+        if (!string(name) || !take(':')) return {};
+        if (i < line.size() && line[i] == '"') {
+            if (!string(value)) return {};
+        } else {
+            const size_t end = std::min(line.find_first_of(",}", i), line.size());
+            value = "#" + line.substr(i, end - i);
+            i = end;
+            if (value != "#true" && value != "#false" && value != "#null" &&
+                (value.size() < 2 || value.find_first_not_of("0123456789", 1) != std::string::npos))
+                return {};
+        }
+        if (!object.emplace(name, value).second) return {};
+    } while (take(','));
+    return take('}') && i == line.size() ? object : json_object();
+}
 
 std::vector<std::string> lines_of(const std::string& text) {
     std::vector<std::string> lines;
@@ -206,42 +187,43 @@ int64_t seconds_of(const stamp& s) {
     return static_cast<int64_t>(timegm(&t));
 }
 
+// jq, where it is installed, reads the whole of `jsonl` as one JSON value a line.
+void expect_jq_reads(const std::string& jsonl) {
+    if (!missing_tools({"jq"}, "jq").empty()) return;
+    temp_dir dir;
+    write_file(dir.file("events.jsonl"), jsonl);
+    ASSERT_EQ(std::system(("jq -c . " + dir.file("events.jsonl") + " > " + dir.file("jq.jsonl")).c_str()), 0);
+    EXPECT_EQ(lines_of(read_file(dir.file("jq.jsonl"))).size(), lines_of(jsonl).size());
+}
+
 // The jsonl run against the -complete run of the same input: one event per set stamp of each row, in
-// order, every field as the row has it. A stamp labelled local is found in `local` by its date and
+// order, every member as the row has it. A stamp labelled local is found in `local` by its date and
 // time when that is given (otherwise TZ is UTC and it reads as it stands). The same messages and status.
 void expect_events_match(const run_result& complete, const run_result& jsonl, const std::string& kind,
                          const std::map<std::string, std::string>& local = {}) {
     EXPECT_EQ(jsonl.status, complete.status);
     EXPECT_EQ(jsonl.err, complete.err);
+    EXPECT_TRUE(jsonl.out.empty() || jsonl.out.back() == '\n') << "the last event has no line end";
+    expect_jq_reads(jsonl.out);
     const std::vector<std::string> lines = lines_of(jsonl.out);
     size_t line = 0;
     for (const csv_record& row : complete_rows(complete)) {
         if (row.size() != 20) continue;
+        auto text = [&row](size_t column) { return as_code_points(row[column]); };
+        auto answer = [&row](size_t column) { return row[column].empty() ? "#null" : row[column] == "yes" ? "#true" : "#false"; };
         for (const stamp& s : stamps_of(row)) {
             ASSERT_LT(line, lines.size()) << "no event for " << s.description << " of the row at " << row[17];
-            json_object e;
-            ASSERT_TRUE(json_line(lines[line]).read(e)) << lines[line];
-            ++line;
-            auto text = [&e](const char* name) { return e.count(name) && e[name].is_string ? e[name].text : "(none)"; };
-            auto word = [&e](const char* name) { return e.count(name) && !e[name].is_string ? e[name].text : "(none)"; };
-            auto answer = [](const std::string& field) { return field.empty() ? "null" : field == "yes" ? "true" : "false"; };
             const std::string datetime = s.label == "local" && !local.empty() ? local.at(s.date + " " + s.clock)
                                                                               : s.date + "T" + s.clock + "Z";
-            EXPECT_EQ(text("datetime"), datetime);
-            EXPECT_EQ(text("timestamp_desc"), s.description);
-            EXPECT_EQ(text("time_label"), s.label);
-            EXPECT_EQ(text("message"), as_code_points(name_of(row)));
-            EXPECT_EQ(text("type"), type_of(row));
-            const std::pair<const char*, size_t> texts[] = {{"url", 9}, {"user", 10}, {"filename", 11}, {"directory", 13},
-                                                            {"http_header", 15}, {"source", 16}};
-            for (const auto& t : texts) EXPECT_EQ(text(t.first), as_code_points(row[t.second])) << t.first;
-            EXPECT_EQ(word("file_size"), row[12]);
-            EXPECT_EQ(word("use_count"), row[14]);
-            EXPECT_EQ(word("offset"), row[17]);
-            EXPECT_EQ(word("allocated"), answer(row[18]));
-            EXPECT_EQ(word("hash_listed"), answer(row[19]));
-            EXPECT_EQ(text("cache_kind"), kind);
-            EXPECT_EQ(e.size(), 17u);
+            const json_object expected = {
+                {"datetime", datetime}, {"timestamp_desc", s.description}, {"time_label", s.label},
+                {"message", as_code_points(name_of(row))}, {"type", type_of(row)}, {"url", text(9)},
+                {"user", text(10)}, {"filename", text(11)}, {"file_size", "#" + row[12]}, {"directory", text(13)},
+                {"use_count", "#" + row[14]}, {"http_header", text(15)}, {"source", text(16)},
+                {"offset", "#" + row[17]}, {"allocated", answer(18)}, {"hash_listed", answer(19)},
+                {"cache_kind", kind}};
+            EXPECT_EQ(json_object_of(lines[line]), expected) << lines[line];
+            ++line;
         }
     }
     EXPECT_EQ(line, lines.size()) << "events no row accounts for";
@@ -392,35 +374,25 @@ TEST(TimelineE2E, BodyLinesHoldEachEntryWithItsStampsInSeconds) {
     EXPECT_EQ(lines[0].substr(0, 52), "0|IE cache URL: http://a.example/x%7Cy?z (user alice");
     EXPECT_EQ(lines[1].substr(lines[1].size() - 18), "|1425248130|-1|0|0");  // 1969-12-31 23:59:59.5
     EXPECT_EQ(lines[2].substr(0, 42), "0|IE cache URL: http://b.example/  next (d");
-    json_object e;
-    ASSERT_TRUE(json_line(lines_of(run_ravel({"-timeline", "jsonl", "-f", in.small}).out)[0]).read(e));
-    EXPECT_EQ(e["url"].text, "http://a.example/x|y?z");
-    EXPECT_EQ(e["http_header"].text, "HTTP/1.1 200 OK\r\nX-Note: caf\xC3\xA9");
+    json_object e = json_object_of(lines_of(run_ravel({"-timeline", "jsonl", "-f", in.small}).out)[0]);
+    EXPECT_EQ(e["url"], "http://a.example/x|y?z");
+    EXPECT_EQ(e["http_header"], "HTTP/1.1 200 OK\r\nX-Note: caf\xC3\xA9");
 }
 
+// The events of the real containers are those of their -complete rows, and jq reads them; mactime reads
+// their body files without a word and lists every set stamp.
 TEST(TimelineE2E, RealContainersGiveTheEventsOfTheirCompleteRows) {
-    RAVEL_NEEDS(real_fixtures_dir().empty() ? "../shared/fixtures/real is absent" : "");
-    const std::vector<std::string> containers = real_containers();
-    const char* kinds[] = {"unknown", "history", "unknown"};
-    for (size_t i = 0; i < containers.size(); ++i) {
-        const run_result complete = run_ravel({"-complete", "-f", containers[i]});
-        ASSERT_FALSE(complete_rows(complete).empty()) << containers[i];
-        expect_events_match(complete, run_ravel({"-timeline", "jsonl", "-f", containers[i]}), kinds[i]);
-    }
-}
-
-// jq reads every event; mactime reads the body file without a word and lists every set stamp of it.
-TEST(TimelineE2E, JqAndMactimeReadTheTimelinesOfRealContainers) {
-    RAVEL_NEEDS(real_fixtures_dir().empty() ? "../shared/fixtures/real is absent" : "");
+    RAVEL_NEEDS(missing_real_fixtures());
     RAVEL_NEEDS(missing_tools({"jq"}, "jq"));
     RAVEL_NEEDS(missing_tools({"mactime"}, "sleuthkit"));
+    const char* kinds[] = {"unknown", "history", "unknown"};
     temp_dir dir;
-    for (const std::string& container : real_containers()) {
+    for (size_t i = 0; i < 3; ++i) {
+        const std::string container = real_containers()[i];
         SCOPED_TRACE(container);
-        const std::string events = dir.file("events.jsonl"), compact = dir.file("compact.jsonl");
-        ASSERT_EQ(run_ravel({"-timeline", "jsonl", "-f", container, "-out", events}).status, 0);
-        ASSERT_EQ(std::system(("jq -c . " + events + " > " + compact).c_str()), 0);
-        EXPECT_EQ(lines_of(read_file(compact)).size(), lines_of(read_file(events)).size());
+        const run_result complete = run_ravel({"-complete", "-f", container});
+        ASSERT_FALSE(complete_rows(complete).empty());
+        expect_events_match(complete, run_ravel({"-timeline", "jsonl", "-f", container}), kinds[i]);
 
         const std::string body = dir.file("ie.body"), listing = dir.file("listing.csv"), err = dir.file("err");
         ASSERT_EQ(run_ravel({"-timeline", "body", "-f", container, "-out", body}).status, 0);
@@ -429,7 +401,7 @@ TEST(TimelineE2E, JqAndMactimeReadTheTimelinesOfRealContainers) {
         // Each set stamp of the -complete rows as mactime shows it: date, size, the m/a/c letters of the
         // entry's stamps at that second, name. Expiry has no place in a body file.
         std::multiset<std::string> want, got;
-        for (const csv_record& row : complete_rows(run_ravel({"-complete", "-f", container}))) {
+        for (const csv_record& row : complete_rows(complete)) {
             std::map<int64_t, std::string> letters;  // by second
             for (const stamp& s : stamps_of(row)) {
                 const std::string d = s.description;
@@ -455,13 +427,6 @@ TEST(TimelineE2E, JqAndMactimeReadTheTimelinesOfRealContainers) {
 
 TEST(TimelineE2E, FormsOutputAndMessages) {
     const timeline_inputs in;
-    // Any other form is refused as an option is: its message, the preamble, status -1.
-    for (const char* form : {"csv", "BODY", ""}) {
-        const run_result run = run_ravel({"-f", in.small, "-timeline", form});
-        EXPECT_EQ(run.status, 255) << form;
-        EXPECT_EQ(run.err, std::string("invalid -timeline form: ") + form + ", use body or jsonl\n");
-        EXPECT_EQ(run.out.rfind("ravel ver:", 0), 0u);
-    }
     // A timeline has no separator to lose; -out gets the whole of it; messages and statuses stay those
     // of the road.
     const run_result body = run_ravel({"-timeline", "body", "-f", in.small});

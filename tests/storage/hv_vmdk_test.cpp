@@ -70,27 +70,21 @@ TEST(VmwareDisk, MapsThroughTablesAndReadsGrainByGrainUpToTheFileEnd) {
     ASSERT_TRUE(disk.read(disk.fd, reinterpret_cast<uint8_t*>(&buffer[0]), span - 512, length));
     EXPECT_EQ(buffer.substr(0, length), filled('A', 512) + filled('B', grain - 1000));
     EXPECT_FALSE(disk.read(disk.fd, reinterpret_cast<uint8_t*>(&buffer[0]), 0, length));
-}
 
-TEST(VmwareDisk, TableCutByTheFileEndKeepsWhatTheFileHolds) {
-    temp_dir dir;
-    sparse_vmdk image(128 * 1024);  // two tables of 16 grains
-    image.write(0, filled('A'));
-    const uint32_t last = static_cast<uint32_t>(image.image().size() / vmdk::sector);
-    // The second table starts at the file's last 6 bytes: one whole entry and half of the next.
-    byte_image file = image.directory_entry(1, last).image();
+    // A table that starts at the file's last 6 bytes: one whole entry and half of the next.
+    sparse_vmdk two_tables(128 * 1024);
+    const uint32_t last = static_cast<uint32_t>(two_tables.write(0, filled('A')).image().size() / vmdk::sector);
+    file = two_tables.directory_entry(1, last).image();
     const size_t table_at = size_t{last} * vmdk::sector;
     file.resize(table_at + 6);
     file.u32(table_at, 0x123).u8(table_at + 4, 0x45).u8(table_at + 5, 0x01);
-    write_file(dir.file("a.vmdk"), file.bytes());
-    VMWARE_DISK disk;
-    ASSERT_TRUE(disk.open(dir.file("a.vmdk").c_str(), false));
-    uint64_t at = 0;
-    ASSERT_TRUE(disk.map_offset(16 * grain, at));
-    EXPECT_EQ(at, 0x123u * vmdk::sector);
-    ASSERT_TRUE(disk.map_offset(17 * grain + 5, at));
-    EXPECT_EQ(at, 0x145u * vmdk::sector + 5);
-    EXPECT_FALSE(disk.map_offset(18 * grain, at));
+    write_file(dir.file("cut.vmdk"), file.bytes());
+    VMWARE_DISK cut;
+    ASSERT_TRUE(cut.open(dir.file("cut.vmdk").c_str(), false));
+    ASSERT_TRUE(cut.map_offset(16 * grain, first) && cut.map_offset(17 * grain + 5, second));
+    EXPECT_EQ(first, 0x123u * vmdk::sector);
+    EXPECT_EQ(second, 0x145u * vmdk::sector + 5);
+    EXPECT_FALSE(cut.map_offset(18 * grain, second));
 }
 
 TEST(VmwareCollection, ReadsNewestGrainFirstInAnyOrder) {

@@ -101,7 +101,6 @@ bounded_result run_ravel_bounded(const std::vector<std::string>& args, int secon
     const auto start = std::chrono::steady_clock::now();
     std::vector<char> chunk(1 << 16);
     for (ssize_t got; (got = read(pipe_fds[0], chunk.data(), chunk.size())) > 0;) {
-        result.err_bytes += static_cast<uint64_t>(got);
         result.err_tail.append(chunk.data(), static_cast<size_t>(got));
         if (result.err_tail.size() > 4096) result.err_tail.erase(0, result.err_tail.size() - 4096);
         if (std::chrono::steady_clock::now() - start > std::chrono::seconds(seconds) && !result.killed) {

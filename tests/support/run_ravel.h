@@ -21,12 +21,11 @@ run_result run_ravel(const std::vector<std::string>& args, const std::string& in
                      const std::vector<std::string>& env = {}, const std::string& cwd = "",
                      const std::string& stdout_path = "");
 
-// A run watched for its cost: standard error is only counted and its end kept, the child is killed
-// after `seconds` (a hang guard, not a measure), and its peak resident memory is taken.
+// A run watched for its cost: only the end of standard error is kept, the child is killed after
+// `seconds` (a hang guard, not a measure), and its peak resident memory is taken.
 struct bounded_result {
     std::string out;
     std::string err_tail;    // the last 4 KiB of standard error
-    uint64_t err_bytes = 0;
     int status = -1;
     uint64_t peak_kib = 0;
     bool killed = false;
@@ -36,8 +35,12 @@ bounded_result run_ravel_bounded(const std::vector<std::string>& args, int secon
 // Path of the built ravel binary.
 std::string ravel_binary();
 
-// Folder of the real sample containers beside the project, or "" when it is absent.
+// Folder of the real sample containers beside the project, or "" when it is absent; why a test that
+// needs it can't run, for RAVEL_NEEDS.
 std::string real_fixtures_dir();
+inline std::string missing_real_fixtures() {
+    return real_fixtures_dir().empty() ? "../shared/fixtures/real is absent" : "";
+}
 
 // A fresh empty folder under the system's temporary folder, removed by the destructor.
 class temp_dir {
@@ -60,5 +63,11 @@ bool write_file(const std::string& path, const std::string& bytes);
 
 // Drops the report preamble: everything up to and including the first empty line.
 std::string after_preamble(const std::string& report);
+
+// Texts every road writes, spelled out here so that a change to them fails the tests.
+inline const std::string header_row =
+    "last mod date,last mod time,access date,access time,expires date,expires time,last sync date,"
+    "last sync time,type,url,user,filename,file size,directory,count,HTTP header,index.dat filename\n";
+inline const std::string short_erase = "\x1b[2K\r    \r", long_erase = "\x1b[2K\r" + std::string(27, ' ') + "\r";
 
 }  // namespace testsupport

@@ -16,7 +16,7 @@ extern const char short_erase_text[];  // 4 blanks, 10 bytes
 extern const char long_erase_text[];   // 27 blanks, 33 bytes
 
 // Where the console writes: standard error and standard output unless a test points them
-// elsewhere. Each answers the previous target; null restores the default.
+// elsewhere. Each answers the previous target; null restores the default. What uses them: tests.
 FILE* redirect_console_error(FILE* target);
 FILE* redirect_console_output(FILE* target);
 
@@ -25,7 +25,7 @@ using signal_callback_fn = int (*)(std::string* arg);
 // Appends `text` to the existing file at `path`; the file layer's, so that its opens stay in one place.
 using append_file_fn = bool (*)(const std::string& path, std::ostringstream& text);
 
-// What the context takes from the options (the command line gives it: console_settings_of).
+// What the context takes from the options (the command line gives it: cmd_params::console()).
 struct console_settings {
     bool show_progress = true;
     bool diags_good = false;  // diags_on, and the log stream exists and is good

@@ -6,12 +6,9 @@
 #include <sys/stat.h>
 
 #include <cstdint>
-#include <cstdio>
 #include <memory>
-#include <new>
 #include <ostream>
 #include <sstream>
-#include <streambuf>
 #include <string>
 #include <vector>
 

@@ -98,13 +98,7 @@ REDR_ACTIVITY_RECORD::REDR_ACTIVITY_RECORD(const uint8_t* buffer, uint64_t offse
 // The same as: "," to ";", trim, CR to " ", LF to ";". Trimming first changes nothing (";" and ","
 // are no blanks), and lets the three replacements share one pass: this runs on every field of every row.
 void clean_field(std::string& text) {
-    auto blank = [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; };
-    size_t end = text.size();
-    while (end > 0 && blank(text[end - 1])) --end;
-    size_t start = 0;
-    while (start < end && blank(text[start])) ++start;
-    if (end != text.size()) text.erase(end);
-    if (start != 0) text.erase(0, start);
+    trim_whitespace(text);
     // Most fields hold none of the three: a fast search finds the first, or else the end of the text,
     // where it stops; a field that holds a NUL is looked at byte by byte from there on.
     char* p = &text[0];

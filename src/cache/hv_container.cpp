@@ -106,13 +106,13 @@ int read_hash_block(HASH_TABLE_RECORD& record, const uint8_t* buffer, uint64_t b
         if (pair.flag == unset_u32) break;
         if (pair.offset < size) {
             uint32_t signature = hv::le32(buffer, size, pair.offset);
-            if ((signature == signature_url || signature == signature_leak) && !decode_entries) {
+            if (signature == signature_url || signature == signature_leak) {
                 record.pairs.push_back(pair);
-            } else if (signature == signature_url || signature == signature_leak) {
-                record.pairs.push_back(pair);
-                URL_OR_LEAK_ACTIVITY_RECORD entry;
-                decode_url_or_leak(entry, buffer, pair.offset, size);
-                if (entry.valid) record.url_entries.push_back(std::move(entry));
+                if (decode_entries) {
+                    URL_OR_LEAK_ACTIVITY_RECORD entry;
+                    decode_url_or_leak(entry, buffer, pair.offset, size);
+                    if (entry.valid) record.url_entries.push_back(std::move(entry));
+                }
             } else if (signature == signature_redr) {
                 record.pairs.push_back(pair);
                 if (decode_entries) {

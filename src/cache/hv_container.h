@@ -104,7 +104,7 @@ const std::string* directory_name_of(const INDEX_DAT_RECORD& record, uint8_t ind
 // 0 otherwise. A range at `base` itself, or one that ends exactly at `total`, counts as outside.
 uint64_t range_is_inside(const void* base, const void* pointer, uint64_t length, uint64_t total);
 
-// Reads the HASH block at `block_offset` and decodes every entry its slots name.
+// Reads the HASH block at `block_offset` and, with `decode_entries`, decodes every entry its slots name.
 int read_hash_block(HASH_TABLE_RECORD& record, const uint8_t* buffer, uint64_t block_offset, uint32_t size,
                     bool decode_entries = true);
 

@@ -72,7 +72,6 @@ std::string locale_date(const std::locale& loc, const tm& t) {
     return os.str();
 }
 
-
 // Count of characters from the first "xxx" to the last x, or 0 without "xxx".
 size_t fraction_digits(const std::string& time_template) {
     const size_t first = time_template.find("xxx");
@@ -488,8 +487,9 @@ stamp_formatter::stamp_formatter(const std::string& date_template, const std::st
                                  bool use_locale)
     : date_template_(date_template),
       time_template_(time_template),
-      date_plan_(new date_plan(plan_date(date_template))),
-      time_plan_(new time_plan(plan_time(time_template))),
+      // The locale road writes its time, and its date when no locale builds, in these fixed forms.
+      date_plan_(new date_plan(plan_date(use_locale ? "yyyy-mm-dd" : date_template))),
+      time_plan_(new time_plan(plan_time(use_locale ? "hh:mm:ss.xxx" : time_template))),
       use_locale_(use_locale),
       days_(use_locale ? locale_cache_slots : cache_slots) {
     if (!use_locale_) {
@@ -537,20 +537,8 @@ bool stamp_formatter::full(const hv::time& t, texts& out) {
 }
 
 void stamp_formatter::time_text_of(const hv::time_fields& f, texts& out) {
-    char* p = time_;
-    if (use_locale_) {
-        p = put_digits(p, f.hour, 2);
-        *p++ = ':';
-        p = put_digits(p, f.minute, 2);
-        *p++ = ':';
-        p = put_digits(p, f.second, 2);
-        *p++ = '.';
-        p = put_digits(p, f.milliseconds, 3);
-    } else if (!time_template_.empty()) {
-        p += write_time(p, f, *time_plan_);
-    }
     out.time = time_;
-    out.time_size = static_cast<size_t>(p - time_);
+    out.time_size = use_locale_ || !time_template_.empty() ? write_time(time_, f, *time_plan_) : 0;
 }
 
 void stamp_formatter::fill_day(day_text& slot, uint64_t key, const hv::time_fields& f) {
@@ -562,14 +550,7 @@ void stamp_formatter::fill_day(day_text& slot, uint64_t key, const hv::time_fiel
         slot.whole = text.size() <= sizeof slot.text;
         slot.size = static_cast<uint8_t>(std::min(text.size(), sizeof slot.text));
         std::copy(text.begin(), text.begin() + slot.size, slot.text);
-    } else if (use_locale_) {
-        char* p = put_digits(slot.text, f.year, 4);
-        *p++ = '-';
-        p = put_digits(p, f.month, 2);
-        *p++ = '-';
-        p = put_digits(p, f.day, 2);
-        slot.size = static_cast<uint8_t>(p - slot.text);
-    } else if (!date_template_.empty()) {
+    } else if (use_locale_ || !date_template_.empty()) {
         slot.size = static_cast<uint8_t>(write_date(slot.text, f, *date_plan_));
     }
 }

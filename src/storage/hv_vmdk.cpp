@@ -234,18 +234,13 @@ bool VMWARE_DISK::load_sparse_tables() {
     for (uint32_t entry : grain_directory) {
         // Positions are taken in 32 bits: a table at or past 4 GiB is read from the wrong place.
         uint32_t position = static_cast<uint32_t>(uint64_t{entry} * sector_bytes);
-        GRAIN_TABLE table;
         // A table in a hole of the file, or past its end, is all zeros: nothing to read or keep.
-        if (position < file_size && source->next_data(position) < position + table_length) {
+        const bool held = position < file_size && source->next_data(position) < position + table_length;
+        if (held) {
             if (!source->read(position, raw.data(), raw.size())) break;
             if (grain_tables.empty()) first_table_entry = hv::le32(raw.data(), raw.size(), 0);
-            if (std::any_of(raw.begin(), raw.end(), [](uint8_t b) { return b != 0; })) {
-                table.entries.resize(per_table);
-                for (size_t i = 0; i < per_table; ++i) table.entries[i] = hv::le32(raw.data(), raw.size(), 4 * i);
-                used_tables.push_back(static_cast<uint32_t>(grain_tables.size()));
-            }
         }
-        grain_tables.push_back(std::move(table));
+        add_table(held ? &raw : nullptr);
     }
     if (grain_tables.empty()) return false;
 
@@ -288,21 +283,27 @@ bool VMWARE_DISK::load_compressed_tables() {
     raw.assign(static_cast<size_t>(table_length), 0);
     grain_tables.reserve(grain_directory.size());
     for (uint32_t entry : grain_directory) {
-        GRAIN_TABLE table;
         const uint64_t position = uint64_t{entry} * sector_bytes;
         if (entry != 0) {
             if (position > file_size || table_length > file_size - position) return false;
             if (!source->read(position, raw.data(), raw.size())) return false;
-            if (std::any_of(raw.begin(), raw.end(), [](uint8_t b) { return b != 0; })) {
-                table.entries.resize(per_table);
-                for (size_t i = 0; i < per_table; ++i) table.entries[i] = hv::le32(raw.data(), raw.size(), 4 * i);
-                used_tables.push_back(static_cast<uint32_t>(grain_tables.size()));
-            }
         }
-        grain_tables.push_back(std::move(table));
+        add_table(entry != 0 ? &raw : nullptr);
     }
     if (!grain_tables[0].entries.empty()) first_grain_offset = uint64_t{grain_tables[0].entries[0]} * sector_bytes;
     return true;
+}
+
+// Only a table that names a grain keeps its entries: a large disk's empty tables cost nothing.
+void VMWARE_DISK::add_table(const std::vector<uint8_t>* raw) {
+    GRAIN_TABLE table;
+    if (raw != nullptr && std::any_of(raw->begin(), raw->end(), [](uint8_t b) { return b != 0; })) {
+        const uint32_t per_table = header.entries_per_table();
+        table.entries.resize(per_table);
+        for (size_t i = 0; i < per_table; ++i) table.entries[i] = hv::le32(raw->data(), raw->size(), 4 * i);
+        used_tables.push_back(static_cast<uint32_t>(grain_tables.size()));
+    }
+    grain_tables.push_back(std::move(table));
 }
 
 uint64_t VMWARE_DISK::capacity_bytes() const { return valid ? header.capacity() << 9 : 0; }

@@ -132,6 +132,8 @@ struct VMWARE_DISK {
 private:
     bool load_sparse_tables();
     bool load_compressed_tables();
+    // The next table, from its bytes (null: one that holds nothing).
+    void add_table(const std::vector<uint8_t>* raw);
     bool read_compressed(uint8_t* buffer, uint64_t offset, uint32_t length);
     // Grain `index` inflated from the marker at `marker_at`; null when it doesn't inflate to it.
     const uint8_t* inflated_grain(uint64_t marker_at, uint64_t index);

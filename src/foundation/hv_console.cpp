@@ -27,6 +27,7 @@ void write_long_erase() {
 }
 
 constexpr size_t status_buffer_size = 256;
+constexpr int status_line_chars = 60;  // what print_status keeps of its text
 constexpr int longest_message = 4096;
 
 }  // namespace
@@ -79,7 +80,7 @@ cmdline_ctx::~cmdline_ctx() {
 int print_status(const char* format, ...) {
     va_list args;
     va_start(args, format);
-    int kept = write_status_line(true, 60, 60, format, args, false);
+    int kept = write_status_line(true, status_line_chars, status_line_chars, format, args, false);
     va_end(args);
     return kept;
 }
@@ -132,7 +133,7 @@ int write_status_line(bool to_stderr, int max_chars, int, const char* format, va
 void append_status_line(std::string& out, const char* format, ...) {
     va_list args;
     va_start(args, format);
-    status_line_bytes(out, 60, format, args, false);
+    status_line_bytes(out, status_line_chars, format, args, false);
     va_end(args);
 }
 

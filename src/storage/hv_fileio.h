@@ -56,7 +56,7 @@ public:
     bool process_chunks(chunk_callback callback, void* context, uint32_t chunk_size, uint32_t overlap,
                         uint64_t start);
 
-    // Writes at the end of the file; a short write counts as success. What uses it: nothing on the roads.
+    // Writes at the end of the file; a short write counts as success.
     bool append(const char* data, uint32_t count);
     // One write(2) at the end of the file: the bytes it took, which may be fewer than `count`, or -1.
     long append_some(const char* data, uint32_t count);

@@ -1,8 +1,10 @@
 // Entry decoding and the signature walk over arbitrary bytes, on each road, to the report rows:
 // the file road (whole, or in chunks past 16 MiB: the input's bytes are repeated to get there when
 // its first byte says so, one input in 16), the device road, and decode_entry_at at the buffer's first byte (which
-// the walk never looks at); some inputs as a timeline.
+// the walk never looks at); some inputs as a timeline. On the file and device roads the lossless decoding
+// must make at least as many rows as the default one: it never rejects an entry that the default takes.
 #include <cstdint>
+#include <cstdlib>
 #include <sstream>
 #include <vector>
 
@@ -13,24 +15,31 @@
 #include "cmdline/hv_cmd_params.h"
 #include "storage/hv_image.h"
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+namespace {
+
+cmd_opts options(bool complete) {
     cmd_opts opts;
     opts.current_file = "fuzz/Temporary Internet Files/index.dat";
     opts.scan_bad_header = true;
-    // One input in four is read for a timeline, by its last byte: the lossless decoding, its texts into JSON.
-    const uint8_t form = size > 0 ? data[size - 1] & 7 : 0;
-    if (form == 1 || form == 2) {
-        opts.complete_report = true;
-        opts.timeline = form == 1 ? timeline_form::body : timeline_form::jsonl;
-    }
+    opts.complete_report = complete;
+    return opts;
+}
+
+// The rows of the file road and of the device road.
+struct row_counts {
+    uint64_t file = 0, device = 0;
+};
+
+row_counts scan_roads(cmd_opts& opts, const uint8_t* data, size_t size) {
+    row_counts counts;
     std::ostringstream out;
     input_scan scan(out, opts);
-
     scan.begin_input();
     memory_image memory(data, size);
     bool result = false;
     scan_file(scan, opts, memory, result);
     scan.end_input();
+    counts.file = scan.rows();
 
     std::vector<uint8_t> big;
     if (size > 0 && (data[0] & 0x0F) == 1) {
@@ -45,9 +54,24 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     scan.begin_input();
     scan_device(scan, memory, (size & 2) != 0);
     scan.end_input();
+    counts.device = scan.rows();
+    return counts;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    cmd_opts plain = options(false);
+    const row_counts rows = scan_roads(plain, data, size);
+    // One input in four is read for a timeline, by its last byte: the lossless decoding, its texts into JSON.
+    cmd_opts whole = options(true);
+    const uint8_t form = size > 0 ? data[size - 1] & 7 : 0;
+    if (form == 1 || form == 2) whole.timeline = form == 1 ? timeline_form::body : timeline_form::jsonl;
+    const row_counts lossless = scan_roads(whole, data, size);
+    if (rows.file > lossless.file || rows.device > lossless.device) std::abort();
 
     if (size != 0) {
-        entry_decoder decoder(opts);
+        entry_decoder decoder(plain);
         activity_record row;
         decode_entry_at(row, decoder, data, static_cast<uint32_t>(size), 0);
     }

@@ -61,6 +61,18 @@ bool starts_with_date_range(const std::string& url) {
     return true;
 }
 
+// The file name, when its offset lies inside the entry; 1, as the entry stands whether or not it has one.
+template <typename Clean>
+int read_file_name(URL_OR_LEAK_ACTIVITY_RECORD& record, const entry_bytes& bytes, uint32_t remaining,
+                   const Clean& clean) {
+    const uint32_t f = record.header.file_name_offset();
+    if (f != 0 && f < remaining) {
+        bytes.assign_text(record.file_name, f);
+        clean(record.file_name);
+    }
+    return 1;
+}
+
 const char user_mark[] = "~U:";
 constexpr size_t user_mark_size = sizeof(user_mark) - 1;
 
@@ -138,10 +150,13 @@ int decode_url_or_leak(URL_OR_LEAK_ACTIVITY_RECORD& record, const uint8_t* buffe
     auto clean = [whole](std::string& text) {
         if (!whole) clean_field(text);
     };
+    // The lossless decoding never rejects an entry that the default decoding accepts: where a field
+    // can't be read (an offset unset or outside the entry, no data), that field stays empty and the row
+    // stays. The default decoding rejects a "URL " entry without a URL or data, as it always has.
     bool read_data = false;
     if (signature != signature_leak || whole) {
         uint32_t u = record.header.url_offset();
-        if (u == 0 || u >= remaining) return 0;
+        if (u == 0 || u >= remaining) return whole ? read_file_name(record, bytes, remaining, clean) : 0;
         // A text longer than the entry is cut at its end, so no NUL need be looked for past it.
         size_t length = bytes.text_length(u, std::min<size_t>(in_buffer - u, size_t{remaining} - u + 1));
         if (length == no_terminator || length > remaining - u) {
@@ -154,11 +169,7 @@ int decode_url_or_leak(URL_OR_LEAK_ACTIVITY_RECORD& record, const uint8_t* buffe
     }
     // A LEAK row has no URL, header or user: that is its form.
 
-    uint32_t f = record.header.file_name_offset();
-    if (f != 0 && f < remaining) {
-        bytes.assign_text(record.file_name, f);
-        clean(record.file_name);
-    }
+    read_file_name(record, bytes, remaining, clean);
     if (!read_data) return 1;
 
     uint32_t d = record.header.data_size();
@@ -172,7 +183,7 @@ int decode_url_or_leak(URL_OR_LEAK_ACTIVITY_RECORD& record, const uint8_t* buffe
     }
     if (uint64_t(start) + length > remaining) return 1;
     bytes.assign(record.raw_data, start, length);
-    if (record.raw_data.empty()) return 0;
+    if (record.raw_data.empty()) return whole ? 1 : 0;
 
     size_t p = record.raw_data.find(user_mark, 0, user_mark_size);
     if (p != std::string::npos) {

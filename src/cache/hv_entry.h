@@ -34,7 +34,9 @@ constexpr uint32_t max_entry_blocks = 10;
 // blocks stands in for the entry's block count (block_count_rewrite) and bounds all reads from then
 // on; the record's header keeps the file's own count. The buffer is only read.
 // `whole`, for the lossless report: no rewrite, a LEAK entry's URL, user and header are read, and fields
-// keep their bytes (only the blanks around the header and the user go).
+// keep their bytes (only the blanks around the header and the user go). It answers 1 for every entry
+// whose fixed part lies in the buffer: a field that can't be read stays empty, and so it never rejects
+// an entry that the default decoding takes.
 int decode_url_or_leak(URL_OR_LEAK_ACTIVITY_RECORD& record, const uint8_t* buffer, uint32_t offset, uint32_t size,
                        bool whole = false);
 

@@ -116,8 +116,13 @@ bool input_scan::scan_whole_entries(const uint8_t* buffer, uint32_t length, uint
         const container_span* container = container_at(position);
         uint64_t bound = std::min<uint64_t>(whole_entry_bytes, length - at);
         if (image_ != nullptr) bound = std::min(bound, input_size_ - std::min(input_size_, position));
-        if (container != nullptr) bound = std::min(bound, container->end - position);
-        if (!decode_entry_at(row_, decoder_, buffer + at, static_cast<uint32_t>(bound), position)) continue;
+        // Texts end with the container that holds the entry; an entry whose fixed part runs past the
+        // size its container declares is read past it rather than lost.
+        const uint64_t in_container = container != nullptr ? std::min(bound, container->end - position) : bound;
+        if (!decode_entry_at(row_, decoder_, buffer + at, static_cast<uint32_t>(in_container), position) &&
+            (in_container == bound ||
+             !decode_entry_at(row_, decoder_, buffer + at, static_cast<uint32_t>(bound), position)))
+            continue;
         if (container != nullptr) {
             const uint64_t inside = position - container->start;
             if (const std::string* name = directory_name_of(container->facts.record, row_.directory_index))

@@ -11,9 +11,11 @@ using namespace std::string_literals;
 namespace {
 
 // The rows that the scan's decoder makes of the entry at `at`, the buffer ending with the image.
-std::vector<activity_record> decode(byte_image& image, size_t at = 0, uint32_t category = cache_unknown) {
+std::vector<activity_record> decode(byte_image& image, size_t at = 0, uint32_t category = cache_unknown,
+                                    bool whole = false) {
     cmd_opts opts;
     opts.cache_category = category;
+    opts.complete_report = whole;
     entry_decoder decoder(opts);
     std::vector<activity_record> rows(1);
     if (!decode_entry_at(rows[0], decoder, image.data() + at, static_cast<uint32_t>(image.size() - at), at))
@@ -76,6 +78,54 @@ TEST(EntryDecoding, FieldsOfAnEntry) {
         c.set(e);
         EXPECT_EQ(fields(row_of(e, c.cut)), c.fields) << "case " << &c - cases;
     }
+}
+
+// Each kind of entry that the lossless decoding once dropped although the default decoding takes it: the
+// unreadable field is left empty, the row stays. "URL " entries the default rejects are kept too.
+TEST(EntryDecoding, TheLosslessDecodingKeepsEveryEntry) {
+    struct { void (*set)(url_entry&); std::string plain, whole; } cases[] = {
+        {[](url_entry& e) { e.signature = "LEAK", e.url_offset = 0; }, "||a.gif|", "||a.gif|"},
+        {[](url_entry& e) { e.signature = "LEAK", e.url_offset = 0xDEADBEEF; }, "||a.gif|", "||a.gif|"},
+        {[](url_entry& e) { e.signature = "LEAK", e.url_offset = 0xFFFFFFFF; }, "||a.gif|", "||a.gif|"},
+        {[](url_entry& e) { e.signature = "LEAK", e.url_offset = 128 * 3; }, "||a.gif|", "||a.gif|"},  // past the entry
+        {[](url_entry& e) { e.signature = "LEAK", e.data_size = 0; }, "||a.gif|", "http://a/||a.gif|"},  // no data
+        {[](url_entry& e) { e.url_offset = 0; }, "none", "||a.gif|"},
+        {[](url_entry& e) { e.url_offset = 0xDEADBEEF; }, "none", "||a.gif|"},
+        {[](url_entry& e) { e.data_size = 0; }, "none", "http://a/||a.gif|"},
+    };
+    for (const auto& c : cases) {
+        url_entry e = web_entry();
+        c.set(e);
+        byte_image image;
+        write_url_entry(image, 0, e);
+        image.resize(128 * 2);
+        for (bool whole : {false, true}) {
+            const std::vector<activity_record> rows = decode(image, 0, cache_unknown, whole);
+            EXPECT_EQ(rows.empty() ? "none" : fields(rows[0]), whole ? c.whole : c.plain) << "case " << &c - cases;
+        }
+    }
+}
+
+// The entry of the one-block LEAK found in a real container: its URL offset is the unset mark, its file
+// name, size, directory and DOS access stamp are its own.
+TEST(EntryDecoding, ALeakWithoutAUrlKeepsItsFields) {
+    url_entry e;
+    e.signature = "LEAK";
+    e.blocks = 1;
+    e.url_offset = 0xDEADBEEF;
+    e.file_name = "ADSAdClient31[1].htm";
+    e.file_size = 1966;
+    e.directory_index = 2;
+    e.last_access = 0xDEADBEEFDEADBEEFull;
+    e.second_date = dos_date_of(2012, 3, 17);
+    e.second_time = dos_time_of(0, 24, 36);
+    byte_image image;
+    write_url_entry(image, 0, e);
+    const activity_record row = decode(image, 0, cache_unknown, true).at(0);
+    EXPECT_EQ(fields(row), "||ADSAdClient31[1].htm|");
+    EXPECT_EQ(row.file_size, 1966u);
+    EXPECT_EQ(row.directory_index, 2);
+    EXPECT_EQ(row.second_stamp.date_word, dos_date_of(2012, 3, 17));
 }
 
 TEST(EntryDecoding, RedrEntries) {

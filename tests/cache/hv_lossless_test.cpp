@@ -1,0 +1,139 @@
+// The lossless decoding keeps every entry the default decoding reports: over containers with hostile
+// field values, the real containers and their mutants, on the whole-file road and inside an image, every
+// position with a default row has a -complete row, and every -complete row has its timeline events.
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <map>
+#include <regex>
+#include <sstream>
+
+#include "cache/hv_big_file.h"
+#include "cache/hv_process_input.h"
+#include "cache/hv_scan.h"
+#include "cmdline/hv_cmd_params.h"
+#include "storage/hv_image.h"
+#include "support/builder_hostile.h"
+#include "support/needs.h"
+#include "support/read_csv.h"
+#include "support/run_ravel.h"
+
+using namespace testsupport;
+
+namespace {
+
+enum class road { whole_file, device };
+enum class form { rows, complete, jsonl, body };
+
+std::string report_of(const std::string& bytes, road r, form f) {
+    cmd_opts opts;
+    opts.current_file = "case/History.IE5/index.dat";
+    opts.scan_bad_header = true;
+    opts.header_pending = false;
+    opts.show_progress = false;
+    opts.show_note_columns = f == form::rows;  // the default report has no offset column of its own
+    opts.complete_report = f != form::rows;
+    if (f == form::jsonl) opts.timeline = timeline_form::jsonl;
+    if (f == form::body) opts.timeline = timeline_form::body;
+    std::ostringstream out;
+    input_scan scan(out, opts);
+    scan.begin_input();
+    memory_image image(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
+    bool result = false;
+    if (r == road::whole_file) {
+        scan_file(scan, opts, image, result);
+    } else {
+        testing::internal::CaptureStderr();  // the device road's progress lines
+        scan_device(scan, image, false);
+        testing::internal::GetCapturedStderr();
+    }
+    scan.end_input();
+    return out.str();
+}
+
+// Position -> how many of the row's four stamps the report shows (or events the timeline has).
+using stamps_at = std::map<uint64_t, int>;
+
+stamps_at default_rows(const std::string& report) {
+    stamps_at rows;
+    static const std::regex row("^[0-9]+,0x([0-9a-f]+),");
+    std::istringstream in(report);
+    std::smatch m;
+    for (std::string line; std::getline(in, line);)
+        if (std::regex_search(line, m, row)) rows[std::stoull(m[1], nullptr, 16)] = 0;
+    return rows;
+}
+
+stamps_at complete_rows(const std::string& report) {
+    stamps_at rows;
+    for (const csv_record& r : read_csv(report)) {
+        if (r.size() != 20) return {{~0ull, -1}};  // a row that doesn't parse shows as a difference
+        rows[std::stoull(r[17])] = !r[0].empty() + !r[2].empty() + !r[4].empty() + !r[6].empty();
+    }
+    return rows;
+}
+
+stamps_at timeline_rows(const std::string& report, const std::regex& offset) {
+    stamps_at rows;
+    std::istringstream in(report);
+    std::smatch m;
+    for (std::string line; std::getline(in, line);)
+        if (std::regex_search(line, m, offset)) ++rows[std::stoull(m[1])];
+    return rows;
+}
+
+// What the property finds wrong with `bytes`, "" when nothing.
+std::string lossless_faults(const std::string& bytes, road r) {
+    const stamps_at rows = default_rows(report_of(bytes, r, form::rows));
+    const stamps_at complete = complete_rows(report_of(bytes, r, form::complete));
+    std::string faults;
+    for (const auto& row : rows)
+        if (!complete.count(row.first)) faults += "no -complete row at " + std::to_string(row.first) + "; ";
+    stamps_at events;
+    for (const auto& row : complete)
+        if (row.second > 0) events.insert(row);
+    if (timeline_rows(report_of(bytes, r, form::jsonl), std::regex("\"offset\":([0-9]+),")) != events)
+        faults += "jsonl events differ from the -complete stamps; ";
+    stamps_at lines = timeline_rows(report_of(bytes, r, form::body), std::regex(" at ([0-9]+)\\)\\|0\\|0\\|0\\|0\\|"));
+    for (auto& line : lines) line.second = complete.count(line.first) ? complete.at(line.first) : -1;
+    if (lines != complete) faults += "body lines differ from the -complete rows; ";
+    return faults;
+}
+
+// Containers of the generator laid into an image at 512-byte boundaries, between stretches of zeros. Each
+// declares its size, or a size that ends inside one of its entries.
+std::string image_of(uint32_t first_seed, uint32_t count) {
+    std::string image;
+    for (uint32_t seed = first_seed; seed < first_seed + count; ++seed) {
+        byte_image container = hostile_container(seed);
+        const size_t declared = seed % 2 ? container.size() : std::min<size_t>(container.size(), 0x5000 + 40 + seed * 64);
+        container.u32(28, static_cast<uint32_t>(declared));
+        image += container.bytes();
+        image.resize((image.size() + 511) / 512 * 512 + 512 * (seed % 3));
+    }
+    return image;
+}
+
+}  // namespace
+
+TEST(Lossless, EveryDefaultRowHasItsCompleteRowAndEvents) {
+    for (uint32_t seed = 0; seed < 2000; ++seed) {
+        const std::string faults = lossless_faults(hostile_container(seed).bytes(), road::whole_file);
+        ASSERT_EQ(faults, "") << "seed " << seed;
+    }
+    for (uint32_t first = 0; first < 400; first += 20) {
+        const std::string faults = lossless_faults(image_of(first, 20), road::device);
+        ASSERT_EQ(faults, "") << "image of seeds " << first << " on";
+    }
+}
+
+TEST(Lossless, RealContainersAndTheirMutants) {
+    RAVEL_NEEDS(missing_real_fixtures());
+    for (const char* name : {"Content.IE5", "History.IE5", "deleted"}) {
+        const std::string bytes = read_file(real_fixtures_dir() + "/" + name + "/index.dat");
+        ASSERT_FALSE(bytes.empty()) << name;
+        EXPECT_EQ(lossless_faults(bytes, road::whole_file), "") << name;
+        for (uint32_t seed = 0; seed < 150; ++seed)
+            ASSERT_EQ(lossless_faults(hostile_mutant(bytes, seed).bytes(), road::whole_file), "") << name << " " << seed;
+    }
+}

@@ -46,6 +46,7 @@ private:
     sqlite_db db_;
     bool ok_ = false;
     bool in_input_ = false;
+    bool indexed_ = false;  // the indexes of events are made
     int64_t run_id_ = 0, source_id_ = 0;
     sqlite_statement* insert_source_ = nullptr;
     sqlite_statement* update_source_ = nullptr;

@@ -1,8 +1,8 @@
 #include "storage/hv_sqlite.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
 
 #ifdef RAVEL_HAVE_SQLITE
 #include <sqlite3.h>
@@ -42,9 +42,16 @@ bool sqlite_db::check(int code) {
 
 bool sqlite_db::create(const std::string& path) {
     close();
+    // Only files are replaced: a device, a folder or a link named by mistake is left alone.
     for (const char* beside : {"", "-journal", "-wal", "-shm"}) {
         const std::string name = path + beside;
-        if (unlink(name.c_str()) != 0 && errno != ENOENT) {
+        struct stat status;
+        if (lstat(name.c_str(), &status) != 0) continue;  // nothing there, or the open will say why
+        if (!S_ISREG(status.st_mode)) {
+            error_ = name + " is not a regular file";
+            return false;
+        }
+        if (unlink(name.c_str()) != 0) {
             error_ = "can't remove " + name;
             return false;
         }

@@ -177,7 +177,8 @@ TEST(SqliteE2E, AKilledRunKeepsTheInputsItFinished) {
 TEST(SqliteE2E, ADatabaseThatCantBeWrittenEndsTheRunFirst) {
     temp_dir dir;
     write_file(dir.file("index.dat"), "");
-    for (const std::string& db : {dir.file("no/case.db"), dir.path()}) {
+    // A missing folder; a folder, and a device, which are not replaced.
+    for (const std::string& db : {dir.file("no/case.db"), dir.path(), std::string("/dev/null")}) {
         const run_result r = run_ravel({"-quiet", "-f", dir.file("index.dat"), "-complete", "-out", dir.file("r.csv"), "-sqlite", db});
         EXPECT_EQ(r.status, 255);
         EXPECT_TRUE(std::regex_match(r.err, std::regex("prob opening database " + db + " for writing: [^\n]+\n"))) << r.err;

@@ -1,7 +1,9 @@
-// The man page renders without a warning from man or groff, and names every option that acts.
+// The man page renders without a warning from man or groff, names every option that acts, and is
+// installed where man finds it.
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <cstdlib>
 
 #include "support/needs.h"
 #include "support/readme_options.h"
@@ -38,4 +40,11 @@ TEST(ManPageE2E, RendersCleanAndNamesEveryOption) {
     const std::vector<std::string> options = readme_options();
     ASSERT_GT(options.size(), 30u);
     for (const std::string& option : options) EXPECT_TRUE(names_option(source, option)) << option;
+
+    // Installed beside the program, where man looks for it.
+    temp_dir prefix;
+    ASSERT_EQ(std::system(("cmake --install '" + std::string(RAVEL_BUILD_DIR) + "' --prefix '" + prefix.path() +
+                           "' > /dev/null").c_str()),
+              0);
+    EXPECT_EQ(read_file(prefix.file("share/man/man1/ravel.1")), read_file(page));
 }

@@ -174,6 +174,35 @@ TEST(SqliteE2E, AKilledRunKeepsTheInputsItFinished) {
     EXPECT_EQ(query(db, "SELECT count(*) FROM runs WHERE ended IS NULL;"), "1\n");
 }
 
+// A full disk, without root: a file-size limit makes a write of the database fail in the middle of the
+// run; the run stops there, and the database holds the inputs finished before.
+TEST(SqliteE2E, AFailedDatabaseWriteKeepsTheInputsFinishedBefore) {
+    RAVEL_NEEDS(missing_real_fixtures());
+    RAVEL_NEEDS(missing_tools({"sqlite3"}, "sqlite3"));
+    temp_dir dir;
+    const std::string db = dir.file("case.db"), list = dir.file("list"), err = dir.file("err");
+    std::string names;
+    for (int i = 0; i < 100; ++i) names += real("Content.IE5") + "\n";
+    ASSERT_TRUE(write_file(list, names));
+    // The limit's signal ignored, so that the write fails instead of ending the run.
+    const int status = std::system(("trap '' XFSZ; ulimit -f 1000; exec " + quoted(ravel_binary()) +
+                                    " -quiet -complete -out /dev/null -sqlite " + quoted(db) + " -pipe < " +
+                                    quoted(list) + " 2> " + quoted(err)).c_str());
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 255);
+    EXPECT_TRUE(std::regex_match(read_file(err), std::regex("prob writing database " + db + ": [^\n]+\n"))) << read_file(err);
+
+    EXPECT_EQ(query(db, "PRAGMA integrity_check;"), "ok\n");
+    const std::vector<csv_record> kept = read_csv(query(db, "SELECT count(*), sum(read_to_end), sum(entries),"
+                                                            " (SELECT count(*) FROM entries) FROM sources;"));
+    ASSERT_EQ(kept.size(), 1u);
+    const int inputs = std::atoi(kept[0][0].c_str());
+    EXPECT_GT(inputs, 0);
+    EXPECT_LT(inputs, 100);
+    EXPECT_EQ(kept[0][1], kept[0][0]);
+    EXPECT_EQ(kept[0][2], kept[0][3]);
+}
+
 TEST(SqliteE2E, ADatabaseThatCantBeWrittenEndsTheRunFirst) {
     temp_dir dir;
     write_file(dir.file("index.dat"), "");

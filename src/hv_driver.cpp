@@ -6,6 +6,7 @@
 #include <sstream>
 #include <string>
 
+#include "cache/hv_case_db.h"
 #include "cache/hv_preamble.h"
 #include "cache/hv_process_input.h"
 #include "cache/hv_scan.h"
@@ -151,6 +152,19 @@ int run_driver(int argc, const char* const* argv) {
     }
     console.configure(opts.console(), ignore_signal);
 
+    // The database is made before any input is read: a path that can't be written ends the run here.
+    case_database database;
+    case_database* run_database = nullptr;
+    if (!opts.sqlite_path.empty()) {
+        if (!database.create(opts.sqlite_path, {ravel_banner, opts.command_line, computer_name()})) {
+            std::fprintf(stderr, "prob opening database %s for writing: %s\n", opts.sqlite_path.c_str(),
+                         database.error().c_str());
+            std::cout << report_preamble.str() << '\n';
+            return end_report(status_failed, nullptr, stdout_report, failure);
+        }
+        run_database = &database;
+    }
+
     uni::fileio results;
     uni::fileio_output* file_report = nullptr;
     if (!opts.out_path.empty()) {
@@ -174,6 +188,12 @@ int run_driver(int argc, const char* const* argv) {
     opts.scan_bad_header = true;  // every file is scanned, whatever its first bytes
     if (opts.use_locale_format) announce_locale();
 
-    input_scan scan(out, opts);
-    return end_report(take_road(scan, opts, args), file_report, stdout_report, failure);
+    input_scan scan(out, opts, run_database);
+    const int status = end_report(take_road(scan, opts, args), file_report, stdout_report, failure);
+    if (run_database == nullptr) return status;
+    database.end_run(status);
+    if (database.ok()) return status;
+    clear_status_line(opts.show_progress);
+    std::fprintf(stderr, "prob writing database %s: %s\n", opts.sqlite_path.c_str(), database.error().c_str());
+    return status_failed;
 }

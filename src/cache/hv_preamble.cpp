@@ -16,13 +16,40 @@ namespace {
 const char run_line_date_format[] = "mm/dd/yyyy";
 const char run_line_time_format[] = "hh:mm:ss";
 
+struct usage_line {
+    const char* option;
+    const char* effect;
+};
+
+const usage_line more_options[] = {
+    {"-ewf <file.E01>", "E01 image scan"},
+    {"-out <file>", "write the report to a file (also -outfile)"},
+    {"-complete", "lossless report: whole entries, CSV that parses"},
+    {"-timeline <body|jsonl>", "the entries as a timeline, in place of the report"},
+    {"-sqlite <file>", "also write the run into a SQLite database"},
+    {"-csv, -csvgen, -csvl2t", "use a comma for separator (the default)"},
+    {"-bodyfile", "use a pipe char for separator"},
+    {"-xml", "no header row and no separator"},
+    {"-multiline", "no separator"},
+    {"-enable_quoted_csv_fields", "trim blanks off the separator"},
+    {"-no_whitespace", "remove every blank from the separator"},
+    {"-locale", "dates and times in the host's locale"},
+    {"-filter_sig \"<hex>|<n>\"", "only files holding these bytes at offset n"},
+    {"-cmd_start_time <date>", "with -filter, skip files older than this"},
+    {"-cmd_stop_time <date>", "with -filter, a stop bound"},
+    {"-quiet", "no progress lines"},
+    {"-profile", "print the elapsed time at the end"},
+    {"-diags <file>", "write a diagnostics log"},
+    {"-h, -help, --help, /?", "show this text"},
+};
+
+}  // namespace
+
 std::string computer_name() {
     std::vector<char> name(4096, '\0');
     if (gethostname(name.data(), name.size() - 1) != 0) return "<unk>";
     return name.data();
 }
-
-}  // namespace
 
 void print_usage(const char* program_path) {
     std::string folder, name;
@@ -44,6 +71,10 @@ void print_usage(const char* program_path) {
     std::fprintf(stderr, "  -timeformat hh:mm:ss      = \"hh:mm:ss.xxx\" is the default\n");
     std::fprintf(stderr, "  -csv_separator \"|\"        = use a pipe char for separator\n");
     std::fprintf(stderr, "  -filter <*partial*|*.ext> = filters stdin data from -pipe option\n");
+    std::fprintf(stderr, "\n");
+    // The original text above stays as scripts know it; every option that acts beyond it comes here.
+    std::fprintf(stderr, " More options\n");
+    for (const usage_line& line : more_options) std::fprintf(stderr, "  %-25s = %s\n", line.option, line.effect);
     std::fprintf(stderr, "\n");
 }
 

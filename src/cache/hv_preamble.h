@@ -12,5 +12,8 @@ constexpr const char* ravel_banner = "ravel ver: 0.93";
 // `report_preamble` with its three lines, each ended by a line end.
 bool start_up(arg_list& args, std::ostringstream& report_preamble);
 
+// The host's name, or "<unk>" when it can't be had.
+std::string computer_name();
+
 // The usage text on standard error, naming the program by the last part of its path.
 void print_usage(const char* program_path);

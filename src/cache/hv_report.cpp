@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "cache/hv_case_db.h"
 #include "cache/hv_timeline.h"
 #include "cmdline/hv_cmd_params.h"
 #include "foundation/hv_date_text.h"
@@ -299,8 +300,12 @@ void write_activity_row(const activity_record& row, std::ostream& out, const cmd
     out.flush();
 }
 
-report_writer::report_writer(std::ostream& out, cmd_opts& opts)
-    : out_(out), opts_(opts), stamps_(opts.date_format, opts.time_format, opts.use_locale_format), csv_(opts.separator) {
+report_writer::report_writer(std::ostream& out, cmd_opts& opts, case_database* database)
+    : out_(out),
+      opts_(opts),
+      stamps_(opts.date_format, opts.time_format, opts.use_locale_format),
+      csv_(opts.separator),
+      database_(database) {
     if (opts.timeline != timeline_form::none) timeline_.reset(new timeline_writer(opts.timeline));
 }
 
@@ -313,7 +318,10 @@ void report_writer::write_header_if_pending() {
     }
 }
 
+bool report_writer::ok() const { return !out_.bad() && (database_ == nullptr || database_->ok()); }
+
 void report_writer::write_row(const activity_record& row) {
+    if (database_ != nullptr) database_->write(row);
     if (timeline_) {
         timeline_->write(out_, row);
         out_.flush();

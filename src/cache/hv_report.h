@@ -12,6 +12,7 @@
 #include "cache/hv_row_buffer.h"
 #include "foundation/hv_date_text.h"
 
+class case_database;
 class cmd_opts;
 class timeline_writer;
 
@@ -45,13 +46,16 @@ private:
 // The rows of a run, each written to the report stream in one piece as it comes; the header row
 // goes ahead of the first, or at the end of the first input when that had none. With -timeline, each
 // row is written in the timeline's form instead.
+// With -sqlite, each row also goes to the case database.
 class report_writer {
 public:
-    report_writer(std::ostream& out, cmd_opts& opts);
+    report_writer(std::ostream& out, cmd_opts& opts, case_database* database);
     ~report_writer();
 
     void write_row(const activity_record& row);
-    bool ok() const { return !out_.bad(); }
+    // False once the report stream, or the database, has failed.
+    bool ok() const;
+    case_database* database() const { return database_; }
     // The end of an input's rows: the header row if it is still pending; rows number from 1 again.
     void end_input();
 
@@ -64,5 +68,6 @@ private:
     row_buffer line_;
     csv_fields csv_;
     std::unique_ptr<timeline_writer> timeline_;  // null without -timeline
+    case_database* database_;                    // null without -sqlite
     uint64_t number_ = 0;  // of the row in its input, for the note columns
 };

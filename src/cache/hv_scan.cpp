@@ -5,6 +5,7 @@
 #include <iostream>
 #include <utility>
 
+#include "cache/hv_case_db.h"
 #include "cmdline/hv_cmd_params.h"
 #include "storage/hv_image.h"
 
@@ -31,7 +32,8 @@ void held_rows::drop_front(size_t n) {
 
 // ---- the scan -----------------------------------------------------------------------------------
 
-input_scan::input_scan(std::ostream& out, cmd_opts& opts) : opts_(opts), report_(out, opts), decoder_(opts) {}
+input_scan::input_scan(std::ostream& out, cmd_opts& opts, case_database* database)
+    : opts_(opts), report_(out, opts, database), decoder_(opts) {}
 
 void input_scan::begin_input() {
     decoder_.source = build_source_text(opts_);
@@ -46,6 +48,14 @@ void input_scan::begin_input() {
     input_size_ = 0;
     find_containers_ = false;
     containers_.clear();
+    containers_found_ = 0;
+    if (case_database* database = report_.database()) {
+        const char* road = !opts_.current_file.empty() ? "file"
+                           : !opts_.partition.empty()  ? "partition"
+                           : !opts_.ewf_file.empty()   ? "ewf"
+                                                       : "vmdk";
+        database->begin_input(decoder_.source, road, opts_.current_file.empty() ? decoder_.source : std::string());
+    }
 }
 
 void input_scan::use_image(image_reader& image, bool find_containers) {
@@ -60,6 +70,7 @@ void input_scan::use_directory_table(const uint8_t* buffer, uint32_t size) {
         containers_.emplace_back();
         containers_.back().end = size;
         containers_.back().facts.read(buffer, size);
+        containers_found_ += containers_.back().facts.known;
         return;
     }
     have_names_ = read_directory_table(container_, buffer, size) != 0;
@@ -164,6 +175,7 @@ void input_scan::find_container(const uint8_t* bytes, uint32_t length, uint64_t 
     containers_.back().start = position;
     containers_.back().end = position + std::min(declared, input_size_ - position);
     containers_.back().facts.read(read_from, static_cast<uint32_t>(read_size));
+    containers_found_ += containers_.back().facts.known;
 }
 
 // The latest container found that holds `position`; those that end before it are dropped.
@@ -226,4 +238,12 @@ void input_scan::end_input() {
     for (size_t i = 0; i < waiting_.size(); ++i) write(waiting_[i]);
     waiting_.clear();
     report_.end_input();
+    if (case_database* database = report_.database()) {
+        case_database::input_facts facts;
+        facts.size = input_size_;
+        facts.cache_category = opts_.cache_category;
+        facts.containers = containers_found_;
+        facts.rows = rows_;
+        database->end_input(facts);
+    }
 }

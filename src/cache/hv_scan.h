@@ -9,6 +9,7 @@
 #include "cache/hv_entry.h"
 #include "cache/hv_report.h"
 
+class case_database;
 class cmd_opts;
 class image_reader;
 
@@ -32,7 +33,8 @@ private:
 // order, and its rows reach the report as soon as their order is settled.
 class input_scan {
 public:
-    input_scan(std::ostream& out, cmd_opts& opts);
+    // With `database`, the rows of each input also go there, one transaction an input.
+    input_scan(std::ostream& out, cmd_opts& opts, case_database* database = nullptr);
 
     // A new input, named by the options' current_file, partition or vmdk_files.
     void begin_input();
@@ -48,7 +50,7 @@ public:
     bool scan_buffer(const uint8_t* buffer, uint32_t length, uint64_t base, uint64_t next_base);
     // The end of the input: what waits is written, and the header row if it is still pending.
     void end_input();
-    // False once the report stream has failed: nothing more will reach it.
+    // False once the report stream or the database has failed: nothing more will reach it.
     bool report_ok() const { return report_.ok(); }
     // Rows of the input so far, written or waiting.
     uint64_t rows() const { return rows_ + waiting_.size() + next_waiting_.size(); }
@@ -85,4 +87,5 @@ private:
     bool have_names_ = false;
     bool names_settled_ = true;
     uint64_t names_end_ = 0;  // past this, no decoding reaches the name bytes
+    uint32_t containers_found_ = 0;  // container headers the lossless walk read in this input
 };

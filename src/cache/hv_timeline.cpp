@@ -36,14 +36,6 @@ char* put_digits(char* out, unsigned value, int width) {
 
 // ---- stamps -------------------------------------------------------------------------------------
 
-// One set stamp of a row, as an instant.
-struct timeline_stamp {
-    enum which : uint8_t { last_modified, last_access, expires, last_sync };
-    which kind;
-    bool local;     // its calendar was read as the local time of TZ
-    int64_t ticks;  // the instant, in 100 ns since 1601-01-01 UTC
-};
-
 // The report shows a stamp when the time value takes it for a date: the same tests, the whole time
 // value built only where the zone may decide.
 bool filetime_date(uint64_t raw, uint64_t& ticks) {
@@ -84,46 +76,6 @@ int64_t unix_seconds(int64_t ticks) {
     const int64_t since = ticks - static_cast<int64_t>(hv::unix_epoch_ticks);
     const int64_t per_second = static_cast<int64_t>(hv::ticks_per_second);
     return since / per_second - (since % per_second < 0 ? 1 : 0);
-}
-
-// The row's set stamps in the report's column order, by the report's rules: those the report shows
-// as a date, and only those.
-size_t timeline_stamps(const activity_record& row, timeline_stamp (&out)[4]) {
-    size_t count = 0;
-    auto add = [&](timeline_stamp::which kind, uint64_t ticks, bool local) {
-        int64_t instant = static_cast<int64_t>(ticks);
-        if (local && !local_instant(ticks, instant)) return;
-        out[count++] = {kind, local, instant};
-    };
-    uint64_t ticks = 0;
-    if (filetime_date(row.last_modified, ticks)) add(timeline_stamp::last_modified, ticks, row.is_local_time);
-    // Only a LEAK row falls back on its DOS access stamp, and only when the FILETIME is unset.
-    if (row.last_access != 0 ? filetime_date(row.last_access, ticks) : row.is_leak && dos_date(row.second_stamp, ticks))
-        add(timeline_stamp::last_access, ticks, false);
-    if (dos_date(row.expires, ticks)) add(timeline_stamp::expires, ticks, false);
-    if (dos_date(row.last_sync, ticks)) add(timeline_stamp::last_sync, ticks, false);
-    return count;
-}
-
-// "2015-03-02T08:30:00.250Z".
-char* put_iso_utc(char* out, int64_t ticks) {
-    hv::time_fields f;
-    hv::filetime_to_fields(static_cast<uint64_t>(ticks), &f);
-    out = put_digits(out, f.year, 4);
-    *out++ = '-';
-    out = put_digits(out, f.month, 2);
-    *out++ = '-';
-    out = put_digits(out, f.day, 2);
-    *out++ = 'T';
-    out = put_digits(out, f.hour, 2);
-    *out++ = ':';
-    out = put_digits(out, f.minute, 2);
-    *out++ = ':';
-    out = put_digits(out, f.second, 2);
-    *out++ = '.';
-    out = put_digits(out, f.milliseconds, 3);
-    *out++ = 'Z';
-    return out;
 }
 
 // ---- text ---------------------------------------------------------------------------------------
@@ -216,14 +168,64 @@ char* put_json_answer(char* out, int8_t answer) {
     return answer ? put_literal(out, "true") : put_literal(out, "false");
 }
 
-// The signature without the blank of "URL ".
+}  // namespace
+
 size_t type_size(const activity_record& row) {
     size_t size = row.signature.size();
     while (size > 0 && row.signature[size - 1] == ' ') --size;
     return size;
 }
 
-}  // namespace
+const char* cache_kind_name(uint32_t category) {
+    static const char* const kinds[] = {"unknown", "unknown", "history", "daily_history", "browser_cache", "cookies", "temp"};
+    return kinds[category < 7 ? category : 0];
+}
+
+const char* const timeline_stamp::descriptions[4] = {"Last Modified", "Last Accessed", "Expires", "Last Checked"};
+
+size_t shown_stamps(const activity_record& row, timeline_stamp (&out)[4]) {
+    size_t count = 0;
+    uint64_t ticks = 0;
+    if (filetime_date(row.last_modified, ticks))
+        out[count++] = {timeline_stamp::last_modified, row.is_local_time, static_cast<int64_t>(ticks)};
+    // Only a LEAK row falls back on its DOS access stamp, and only when the FILETIME is unset.
+    if (row.last_access != 0 ? filetime_date(row.last_access, ticks) : row.is_leak && dos_date(row.second_stamp, ticks))
+        out[count++] = {timeline_stamp::last_access, false, static_cast<int64_t>(ticks)};
+    if (dos_date(row.expires, ticks)) out[count++] = {timeline_stamp::expires, false, static_cast<int64_t>(ticks)};
+    if (dos_date(row.last_sync, ticks)) out[count++] = {timeline_stamp::last_sync, false, static_cast<int64_t>(ticks)};
+    return count;
+}
+
+size_t timeline_stamps(const activity_record& row, timeline_stamp (&out)[4]) {
+    const size_t shown = shown_stamps(row, out);
+    size_t count = 0;
+    for (size_t i = 0; i < shown; ++i) {
+        timeline_stamp stamp = out[i];
+        if (stamp.local && !local_instant(static_cast<uint64_t>(stamp.ticks), stamp.ticks)) continue;
+        out[count++] = stamp;
+    }
+    return count;
+}
+
+char* put_iso_8601(char* out, int64_t ticks, bool utc) {
+    hv::time_fields f;
+    hv::filetime_to_fields(static_cast<uint64_t>(ticks), &f);
+    out = put_digits(out, f.year, 4);
+    *out++ = '-';
+    out = put_digits(out, f.month, 2);
+    *out++ = '-';
+    out = put_digits(out, f.day, 2);
+    *out++ = 'T';
+    out = put_digits(out, f.hour, 2);
+    *out++ = ':';
+    out = put_digits(out, f.minute, 2);
+    *out++ = ':';
+    out = put_digits(out, f.second, 2);
+    *out++ = '.';
+    out = put_digits(out, f.milliseconds, 3);
+    if (utc) *out++ = 'Z';
+    return out;
+}
 
 char* put_json_string(char* out, const char* text, size_t size) {
     const unsigned char* bytes = reinterpret_cast<const unsigned char*>(text);
@@ -304,7 +306,6 @@ void timeline_writer::put_name(const activity_record& row) {
 
 // From "message" to "cache_kind", with no braces: each event puts its own members around them.
 void timeline_writer::put_jsonl_members(const activity_record& row) {
-    static const char* const kinds[] = {"unknown", "unknown", "history", "daily_history", "browser_cache", "cookies", "temp"};
     const std::string* texts[] = {&row.url, &row.user, &row.file_name, &row.directory, &row.http_header, &row.source_file};
     // A byte takes at most six in JSON ("\u00XX"); 256 for the member names, numbers and words.
     size_t most = name_.size() + 256;
@@ -334,7 +335,7 @@ void timeline_writer::put_jsonl_members(const activity_record& row) {
     p = put_json_answer(put_literal(p, ",\"allocated\":"), row.allocated);
     p = put_json_answer(put_literal(p, ",\"hash_listed\":"), row.hash_listed);
     p = put_literal(p, ",\"cache_kind\":\"");
-    p = put_word(p, kinds[row.cache_category < 7 ? row.cache_category : 0]);
+    p = put_word(p, cache_kind_name(row.cache_category));
     *p++ = '"';
     members_size_ = static_cast<size_t>(p - members_.data());
 }
@@ -365,15 +366,14 @@ void timeline_writer::write(std::ostream& out, const activity_record& row) {
     }
 
     // The shared members are written once and copied into each event; the entry's events go out in one piece.
-    static const char* const descriptions[] = {"Last Modified", "Last Accessed", "Expires", "Last Checked"};
     put_jsonl_members(row);
     line_.clear();
     for (size_t i = 0; i < count; ++i) {
         char head[96];
         char* p = put_literal(head, "{\"datetime\":\"");
-        p = put_iso_utc(p, stamps[i].ticks);
+        p = put_iso_8601(p, stamps[i].ticks, true);
         p = put_literal(p, "\",\"timestamp_desc\":\"");
-        p = put_word(p, descriptions[stamps[i].kind]);
+        p = put_word(p, timeline_stamp::descriptions[stamps[i].kind]);
         p = put_literal(p, "\",");
         line_.put(head, static_cast<size_t>(p - head));
         line_.put(members_.data(), members_size_);

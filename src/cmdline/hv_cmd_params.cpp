@@ -136,4 +136,5 @@ void cmd_opts::clear() {
     cache_category = 1;
     complete_report = false;
     timeline = timeline_form::none;
+    sqlite_path.clear();
 }

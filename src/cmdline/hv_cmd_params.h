@@ -130,4 +130,5 @@ public:
     uint32_t cache_category;
     bool complete_report;  // -complete: whole entries, every field's bytes, three more columns
     timeline_form timeline;
+    std::string sqlite_path;  // -sqlite: the case database, written beside the report
 };

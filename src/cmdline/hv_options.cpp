@@ -19,6 +19,7 @@
 #include "input/hv_name_filter.h"
 #include "storage/hv_ewf.h"
 #include "storage/hv_fileio.h"
+#include "storage/hv_sqlite.h"
 #include "storage/hv_text_conversion.h"
 #include "storage/hv_vmdk.h"
 
@@ -418,9 +419,16 @@ bool parse_options(cmd_opts& o, arg_list& args) {
         o.compress = o.compress_zlibex = true;
         o.zlibex_arg = value;
     }
-    if (take_option("-sqlite_log", value, args) || take_option("-sqlite", value, args)) {
+    if (take_option("-sqlite_log", value, args)) {
         message("This option is not offered in this build\n");
         return false;
+    }
+    if (take_option("-sqlite", value, args)) {
+        if (!sqlite_db::offered()) {
+            message("This option is not offered in this build\n");
+            return false;
+        }
+        o.sqlite_path = expand_path_text(value, true);
     }
     if (!ewf_image::offered() && take_option("-ewf", value, args)) {
         message("This option is not offered in this build\n");
@@ -497,6 +505,12 @@ bool parse_options(cmd_opts& o, arg_list& args) {
         }
         o.complete_report = true;
         o.header_pending = false;
+    }
+    // The database holds the entries as the lossless report decodes them; the text report can't be
+    // another form of the same scan.
+    if (!o.sqlite_path.empty() && !o.complete_report) {
+        message("-sqlite needs the lossless decoding: give it with -complete or -timeline\n");
+        return false;
     }
 
     parse_date_time_format(&o.date_layout, o.date_format, o.time_format, o.pair_datetime);

@@ -4,13 +4,15 @@
 
 #include <regex>
 
+#include "support/readme_options.h"
 #include "support/run_ravel.h"
 
 using namespace testsupport;
 
 namespace {
 
-std::string usage() {
+// The usage text as it always was; the section of later options follows it.
+std::string original_usage() {
     return "-----------------------------------------------------------------------------\n\n"
            "ravel ver: 0.93\n\n"
            "Usage:\n"
@@ -28,6 +30,12 @@ std::string usage() {
            "  -csv_separator \"|\"        = use a pipe char for separator\n"
            "  -filter <*partial*|*.ext> = filters stdin data from -pipe option\n"
            "\n";
+}
+
+// The whole usage text, as this build prints it (checked against the original and the README below).
+const std::string& usage() {
+    static const std::string text = run_ravel({"-h"}).err;
+    return text;
 }
 
 // The preamble (three lines and the empty line); "" when it isn't there.
@@ -49,6 +57,17 @@ std::string masked(const std::string& preamble) {
 }
 
 }  // namespace
+
+TEST(CmdlineE2E, UsageKeepsItsTextAndNamesEveryOptionThatActs) {
+    ASSERT_EQ(usage().substr(0, original_usage().size()), original_usage());
+    const std::string more = usage().substr(original_usage().size());
+    EXPECT_TRUE(std::regex_match(more, std::regex(" More options\n(  [^\n]{25} = [^\n]+\n)+\n"))) << more;
+    const std::vector<std::string> options = readme_options();
+    EXPECT_GT(options.size(), 30u);
+    // Each is in the original text or in the section behind it.
+    for (const std::string& option : options)
+        EXPECT_TRUE(names_option(original_usage(), option) || names_option(more, option)) << option;
+}
 
 TEST(CmdlineE2E, NoRoadGivesTheUsage) {
     // No argument or a help word: the usage alone.
@@ -92,7 +111,8 @@ TEST(CmdlineE2E, FailuresOfTheRunAndTheirStatuses) {
         std::string err;
         int status;
     } rows[] = {
-        {{"-sqlite", "db"}, "This option is not offered in this build\n", 255},
+        {{"-sqlite_log", "db"}, "This option is not offered in this build\n", 255},
+        {{"-sqlite", dir.file("c.db"), "-f", "x"}, "-sqlite needs the lossless decoding: give it with -complete or -timeline\n", 255},
         {{"-alias", "a|b|c"}, "imbalanced alias to true pathfiles, aborting\n", 255},
         {{"-out", dir.file("no/r.txt")}, "prob opening file " + dir.file("no/r.txt") + " for output, aborting\n", 255},
         {{"-cmd_start_time", "20120530", "-f", "x"}, "", 255},

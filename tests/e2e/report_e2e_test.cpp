@@ -58,7 +58,7 @@ TEST(ReportE2E, AFailedWriteIsToldOnceAndFailsTheRun) {
         {{"-pipe", "-out", "/dev/full"}, in.list, "", to_file + long_erase},
         {{"-f", in.small}, "", "/dev/full", to_stdout + long_erase},
         {{"-pipe"}, in.list, "/dev/full", to_stdout + long_erase},
-        {{"-sqlite", "db"}, "", "/dev/full", "This option is not offered in this build\nprob writing report to standard output\n"},
+        {{"-sqlite_log", "db"}, "", "/dev/full", "This option is not offered in this build\nprob writing report to standard output\n"},
     };
     for (const auto& r : rows) {
         run_result got = run_ravel(r.args, r.input, {}, "", r.stdout_path);

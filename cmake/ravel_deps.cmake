@@ -2,8 +2,11 @@
 # what it reads. Included by the main build and by the fuzz targets, which compile the same sources.
 #   libewf (Debian libewf-dev, found with pkg-config): the -ewf road for E01 images.
 #   zlib (Debian zlib1g-dev): the compressed grains of streamOptimized VMDK disks.
+#   libesedb (Debian libesedb-dev, found with pkg-config): WebCacheV01.dat, the IE10+ cache database; with
+#   libbfio (pulled in by libesedb-dev) a database is also opened from memory, for tests and fuzzers.
 option(RAVEL_EWF "Read E01 images through libewf when it is installed" ON)
 option(RAVEL_ZLIB "Read compressed VMDK grains through zlib when it is installed" ON)
+option(RAVEL_ESEDB "Read WebCache databases through libesedb when it is installed" ON)
 
 set(RAVEL_HAVE_EWF OFF)
 if(RAVEL_EWF)
@@ -28,7 +31,24 @@ if(RAVEL_ZLIB)
   endif()
 endif()
 
-# Links `target` with what was found and tells its sources so, through RAVEL_HAVE_EWF and RAVEL_HAVE_ZLIB.
+set(RAVEL_HAVE_ESEDB OFF)
+set(RAVEL_HAVE_BFIO OFF)
+if(RAVEL_ESEDB)
+  find_package(PkgConfig QUIET)
+  if(PKG_CONFIG_FOUND)
+    pkg_check_modules(LIBESEDB QUIET IMPORTED_TARGET libesedb)
+    pkg_check_modules(LIBBFIO QUIET IMPORTED_TARGET libbfio)
+  endif()
+  if(LIBESEDB_FOUND)
+    set(RAVEL_HAVE_ESEDB ON)
+    set(RAVEL_HAVE_BFIO ${LIBBFIO_FOUND})
+  else()
+    message(STATUS "libesedb not found: WebCache databases are not read in this build (Debian package libesedb-dev)")
+  endif()
+endif()
+
+# Links `target` with what was found and tells its sources so, through RAVEL_HAVE_EWF, RAVEL_HAVE_ZLIB,
+# RAVEL_HAVE_ESEDB and RAVEL_HAVE_BFIO.
 function(ravel_use_deps target)
   if(RAVEL_HAVE_EWF)
     # libewf carries its own copy of libbfio: linking the separate libbfio as well would mix the two.
@@ -38,5 +58,13 @@ function(ravel_use_deps target)
   if(RAVEL_HAVE_ZLIB)
     target_link_libraries(${target} PUBLIC ZLIB::ZLIB)
     target_compile_definitions(${target} PUBLIC RAVEL_HAVE_ZLIB=1)
+  endif()
+  if(RAVEL_HAVE_ESEDB)
+    target_link_libraries(${target} PUBLIC PkgConfig::LIBESEDB)
+    target_compile_definitions(${target} PUBLIC RAVEL_HAVE_ESEDB=1)
+    if(RAVEL_HAVE_BFIO)
+      target_link_libraries(${target} PUBLIC PkgConfig::LIBBFIO)
+      target_compile_definitions(${target} PUBLIC RAVEL_HAVE_BFIO=1)
+    endif()
   endif()
 endfunction()

@@ -53,18 +53,17 @@ private:
     uint8_t head_[head_size];
 };
 
-// ":2013031020130311:", as a daily or weekly history URL opens.
+const char user_mark[] = "~U:";
+constexpr size_t user_mark_size = sizeof(user_mark) - 1;
+
+}  // namespace
+
 bool starts_with_date_range(const std::string& url) {
     if (url.size() < 18 || url[0] != ':' || url[17] != ':') return false;
     for (size_t i = 1; i < 17; ++i)
         if (url[i] < '0' || url[i] > '9') return false;
     return true;
 }
-
-const char user_mark[] = "~U:";
-constexpr size_t user_mark_size = sizeof(user_mark) - 1;
-
-}  // namespace
 
 void URL_OR_LEAK_ACTIVITY_RECORD::clear() {
     header.clear();

@@ -38,7 +38,7 @@ char* put_digits(char* out, unsigned value, int width) {
 
 // One set stamp of a row, as an instant.
 struct timeline_stamp {
-    enum which : uint8_t { last_modified, last_access, expires, last_sync };
+    enum which : uint8_t { last_modified, last_access, expires, last_sync, created, post_check };
     which kind;
     bool local;     // its calendar was read as the local time of TZ
     int64_t ticks;  // the instant, in 100 ns since 1601-01-01 UTC
@@ -88,7 +88,7 @@ int64_t unix_seconds(int64_t ticks) {
 
 // The row's set stamps in the report's column order, by the report's rules: those the report shows
 // as a date, and only those.
-size_t timeline_stamps(const activity_record& row, timeline_stamp (&out)[4]) {
+size_t timeline_stamps(const activity_record& row, timeline_stamp (&out)[6]) {
     size_t count = 0;
     auto add = [&](timeline_stamp::which kind, uint64_t ticks, bool local) {
         int64_t instant = static_cast<int64_t>(ticks);
@@ -100,6 +100,14 @@ size_t timeline_stamps(const activity_record& row, timeline_stamp (&out)[4]) {
     // Only a LEAK row falls back on its DOS access stamp, and only when the FILETIME is unset.
     if (row.last_access != 0 ? filetime_date(row.last_access, ticks) : row.is_leak && dos_date(row.second_stamp, ticks))
         add(timeline_stamp::last_access, ticks, false);
+    if (row.webcache.present) {  // a database record: every stamp a FILETIME, two more of them
+        const webcache_row_facts& w = row.webcache;
+        if (filetime_date(w.expires, ticks)) add(timeline_stamp::expires, ticks, false);
+        if (filetime_date(w.last_sync, ticks)) add(timeline_stamp::last_sync, ticks, false);
+        if (filetime_date(w.created, ticks)) add(timeline_stamp::created, ticks, false);
+        if (filetime_date(w.post_check, ticks)) add(timeline_stamp::post_check, ticks, false);
+        return count;
+    }
     if (dos_date(row.expires, ticks)) add(timeline_stamp::expires, ticks, false);
     if (dos_date(row.last_sync, ticks)) add(timeline_stamp::last_sync, ticks, false);
     return count;
@@ -297,15 +305,26 @@ void timeline_writer::put_name(const activity_record& row) {
     }
     put_literal(name_, "in ");
     name_.put(row.source_file);
-    put_literal(name_, " at ");
-    name_.put_decimal(row.offset);
+    if (row.webcache.present) {
+        put_literal(name_, " table ");
+        name_.put(row.webcache.table);
+        put_literal(name_, " entry ");
+        name_.put_decimal(row.webcache.entry_id);
+    } else {
+        put_literal(name_, " at ");
+        name_.put_decimal(row.offset);
+    }
     name_.put(')');
 }
 
 // From "message" to "cache_kind", with no braces: each event puts its own members around them.
 void timeline_writer::put_jsonl_members(const activity_record& row) {
-    static const char* const kinds[] = {"unknown", "unknown", "history", "daily_history", "browser_cache", "cookies", "temp"};
-    const std::string* texts[] = {&row.url, &row.user, &row.file_name, &row.directory, &row.http_header, &row.source_file};
+    static const char* const kinds[] = {"unknown", "unknown", "history", "daily_history", "browser_cache", "cookies", "temp",
+                                        "download"};
+    const webcache_row_facts& w = row.webcache;
+    const std::string* texts[] = {&row.url,         &row.user,         &row.file_name,         &row.directory,
+                                  &row.http_header, &row.source_file,  &w.table,               &w.container_name,
+                                  &w.partition_id,  &w.request_headers, &w.redirect_url};
     // A byte takes at most six in JSON ("\u00XX"); 256 for the member names, numbers and words.
     size_t most = name_.size() + 256;
     for (const std::string* text : texts) most += text->size();
@@ -330,42 +349,61 @@ void timeline_writer::put_jsonl_members(const activity_record& row) {
     p = put_number(put_literal(p, ",\"use_count\":"), row.count);
     text("http_header", row.http_header);
     text("source", row.source_file);
-    p = put_number(put_literal(p, ",\"offset\":"), row.offset);
+    if (w.present)  // a database record has no byte offset of its own
+        p = put_literal(p, ",\"offset\":null");
+    else
+        p = put_number(put_literal(p, ",\"offset\":"), row.offset);
     p = put_json_answer(put_literal(p, ",\"allocated\":"), row.allocated);
     p = put_json_answer(put_literal(p, ",\"hash_listed\":"), row.hash_listed);
     p = put_literal(p, ",\"cache_kind\":\"");
-    p = put_word(p, kinds[row.cache_category < 7 ? row.cache_category : 0]);
+    p = put_word(p, kinds[row.cache_category < 8 ? row.cache_category : 0]);
     *p++ = '"';
+    if (w.present) {
+        text("table", w.table);
+        text("container", w.container_name);
+        p = put_number(put_literal(p, ",\"container_id\":"), w.container_id);
+        p = put_number(put_literal(p, ",\"entry_id\":"), w.entry_id);
+        text("partition_id", w.partition_id);
+        text("request_headers", w.request_headers);
+        text("redirect_url", w.redirect_url);
+        p = put_number(put_literal(p, ",\"flags\":"), row.flags);
+        p = put_number(put_literal(p, ",\"entry_type\":"), w.type);
+        p = put_number(put_literal(p, ",\"sync_count\":"), w.sync_count);
+        p = put_number(put_literal(p, ",\"exemption_delta\":"), w.exemption_delta);
+    }
     members_size_ = static_cast<size_t>(p - members_.data());
 }
 
 void timeline_writer::write(std::ostream& out, const activity_record& row) {
-    timeline_stamp stamps[4];
+    timeline_stamp stamps[6];
     const size_t count = timeline_stamps(row, stamps);
     if (form_ == timeline_form::jsonl && count == 0) return;
     put_name(row);
 
     if (form_ == timeline_form::body) {
-        // MD5|name|inode|mode|UID|GID|size|atime|mtime|ctime|crtime; expiry has no place in it.
-        int64_t seconds[4] = {};
+        // MD5|name|inode|mode|UID|GID|size|atime|mtime|ctime|crtime; expiry and post check have no place
+        // in it, and only a database record has a creation time.
+        int64_t seconds[6] = {};
         for (size_t i = 0; i < count; ++i) seconds[stamps[i].kind] = unix_seconds(stamps[i].ticks);
         line_.clear();
         put_literal(line_, "0|");
         put_body_text(line_, name_.data(), name_.size());
         put_literal(line_, "|0|0|0|0|");
         line_.put_decimal(row.file_size);
-        for (timeline_stamp::which kind : {timeline_stamp::last_access, timeline_stamp::last_modified, timeline_stamp::last_sync}) {
+        for (timeline_stamp::which kind : {timeline_stamp::last_access, timeline_stamp::last_modified,
+                                           timeline_stamp::last_sync, timeline_stamp::created}) {
             char digits[24];
             digits[0] = '|';
             line_.put(digits, static_cast<size_t>(std::to_chars(digits + 1, digits + sizeof digits, seconds[kind]).ptr - digits));
         }
-        put_literal(line_, "|0\n");
+        line_.put('\n');
         out.write(line_.data(), static_cast<std::streamsize>(line_.size()));
         return;
     }
 
     // The shared members are written once and copied into each event; the entry's events go out in one piece.
-    static const char* const descriptions[] = {"Last Modified", "Last Accessed", "Expires", "Last Checked"};
+    static const char* const descriptions[] = {"Last Modified", "Last Accessed", "Expires", "Last Checked", "Created",
+                                               "Post Check"};
     put_jsonl_members(row);
     line_.clear();
     for (size_t i = 0; i < count; ++i) {

@@ -3,10 +3,13 @@
 #   libewf (Debian libewf-dev, found with pkg-config): the -ewf road for E01 images.
 #   zlib (Debian zlib1g-dev): the compressed grains of streamOptimized VMDK disks.
 #   libesedb (Debian libesedb-dev, found with pkg-config): WebCacheV01.dat, the IE10+ cache database; with
-#   libbfio (pulled in by libesedb-dev) a database is also opened from memory, for tests and fuzzers.
+#   libbfio's header (libesedb-dev brings it) a database is also opened from memory, for tests and fuzzers.
+#   libesedb is not linked but loaded at run time into a namespace of its own (src/webcache says why),
+#   by its soname, RAVEL_ESEDB_SONAME.
 option(RAVEL_EWF "Read E01 images through libewf when it is installed" ON)
 option(RAVEL_ZLIB "Read compressed VMDK grains through zlib when it is installed" ON)
 option(RAVEL_ESEDB "Read WebCache databases through libesedb when it is installed" ON)
+set(RAVEL_ESEDB_SONAME "libesedb.so.1" CACHE STRING "The libesedb that a build with RAVEL_ESEDB loads")
 
 set(RAVEL_HAVE_EWF OFF)
 if(RAVEL_EWF)
@@ -60,10 +63,10 @@ function(ravel_use_deps target)
     target_compile_definitions(${target} PUBLIC RAVEL_HAVE_ZLIB=1)
   endif()
   if(RAVEL_HAVE_ESEDB)
-    target_link_libraries(${target} PUBLIC PkgConfig::LIBESEDB)
-    target_compile_definitions(${target} PUBLIC RAVEL_HAVE_ESEDB=1)
+    target_include_directories(${target} PUBLIC ${LIBESEDB_INCLUDE_DIRS} ${LIBBFIO_INCLUDE_DIRS})
+    target_link_libraries(${target} PUBLIC ${CMAKE_DL_LIBS})
+    target_compile_definitions(${target} PUBLIC RAVEL_HAVE_ESEDB=1 RAVEL_ESEDB_SONAME="${RAVEL_ESEDB_SONAME}")
     if(RAVEL_HAVE_BFIO)
-      target_link_libraries(${target} PUBLIC PkgConfig::LIBBFIO)
       target_compile_definitions(${target} PUBLIC RAVEL_HAVE_BFIO=1)
     endif()
   endif()

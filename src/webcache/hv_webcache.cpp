@@ -6,6 +6,7 @@
 #include "foundation/hv_bytes.h"
 
 #ifdef RAVEL_HAVE_ESEDB
+#include <dlfcn.h>
 #ifdef RAVEL_HAVE_BFIO
 #include <libbfio.h>
 #define LIBESEDB_HAVE_BFIO
@@ -48,7 +49,80 @@ void webcache_record::clear() {
 
 namespace {
 
-// Every call takes an error; its text is not kept.
+// libesedb and libewf each carry, and export, their own copies of the libyal helper libraries (libbfio,
+// libfdata, libfvalue, libcerror, ...), of other versions. Linked into one program, one library's calls
+// would bind to the other's copies. So libesedb is loaded into a link-map namespace of its own, where
+// it and its libbfio see only each other, and called through the functions taken from it.
+#define RAVEL_ESEDB_FUNCTIONS(X) \
+    X(libesedb_column_free) \
+    X(libesedb_column_get_utf8_name) \
+    X(libesedb_column_get_utf8_name_size) \
+    X(libesedb_error_free) \
+    X(libesedb_file_close) \
+    X(libesedb_file_free) \
+    X(libesedb_file_get_table_by_utf8_name) \
+    X(libesedb_file_initialize) \
+    X(libesedb_file_open) \
+    X(libesedb_long_value_free) \
+    X(libesedb_long_value_get_data) \
+    X(libesedb_long_value_get_data_size) \
+    X(libesedb_long_value_get_utf8_string) \
+    X(libesedb_long_value_get_utf8_string_size) \
+    X(libesedb_record_free) \
+    X(libesedb_record_get_long_value) \
+    X(libesedb_record_get_value_binary_data) \
+    X(libesedb_record_get_value_binary_data_size) \
+    X(libesedb_record_get_value_data) \
+    X(libesedb_record_get_value_data_size) \
+    X(libesedb_record_get_value_utf8_string) \
+    X(libesedb_record_get_value_utf8_string_size) \
+    X(libesedb_record_is_long_value) \
+    X(libesedb_table_free) \
+    X(libesedb_table_get_column) \
+    X(libesedb_table_get_number_of_columns) \
+    X(libesedb_table_get_number_of_records) \
+    X(libesedb_table_get_record)
+
+#ifdef RAVEL_HAVE_BFIO
+#define RAVEL_BFIO_FUNCTIONS(X) \
+    X(libbfio_error_free) \
+    X(libbfio_handle_free) \
+    X(libbfio_memory_range_initialize) \
+    X(libbfio_memory_range_set) \
+    X(libesedb_file_open_file_io_handle)
+#else
+#define RAVEL_BFIO_FUNCTIONS(X)
+#endif
+
+struct esedb_api {
+#define RAVEL_MEMBER(name) decltype(&::name) name = nullptr;
+    RAVEL_ESEDB_FUNCTIONS(RAVEL_MEMBER)
+    RAVEL_BFIO_FUNCTIONS(RAVEL_MEMBER)
+#undef RAVEL_MEMBER
+    bool loaded = false;
+    bool memory = false;  // the libbfio functions were found too
+
+    esedb_api() {
+        // Never unloaded: a namespace is a scarce thing (glibc has 16), and one serves the whole run.
+        void* library = dlmopen(LM_ID_NEWLM, RAVEL_ESEDB_SONAME, RTLD_NOW | RTLD_LOCAL);
+        if (library == nullptr) return;
+        bool all = true;
+#define RAVEL_TAKE(name) all = (name = reinterpret_cast<decltype(name)>(dlsym(library, #name))) != nullptr && all;
+        RAVEL_ESEDB_FUNCTIONS(RAVEL_TAKE)
+        loaded = all;
+        RAVEL_BFIO_FUNCTIONS(RAVEL_TAKE)
+#undef RAVEL_TAKE
+        memory = all;
+    }
+};
+
+const esedb_api& api() {
+    static const esedb_api loaded;
+    return loaded;
+}
+
+// Every call takes an error; its text is not kept. libesedb adds to an error it is handed, so each
+// call gets a fresh one: taking the address frees what the last call left.
 struct esedb_error {
     libesedb_error_t* error = nullptr;
     ~esedb_error() { reset(); }
@@ -57,7 +131,7 @@ struct esedb_error {
         return &error;
     }
     void reset() {
-        if (error != nullptr) libesedb_error_free(&error);
+        if (error != nullptr) api().libesedb_error_free(&error);
         error = nullptr;
     }
 };
@@ -66,7 +140,7 @@ struct table_handle {
     libesedb_table_t* table = nullptr;
     ~table_handle() {
         esedb_error error;
-        if (table != nullptr) libesedb_table_free(&table, &error);
+        if (table != nullptr) api().libesedb_table_free(&table, &error);
     }
 };
 
@@ -75,7 +149,7 @@ struct record_handle {
     ~record_handle() { reset(); }
     void reset() {
         esedb_error error;
-        if (record != nullptr) libesedb_record_free(&record, &error);
+        if (record != nullptr) api().libesedb_record_free(&record, &error);
         record = nullptr;
     }
 };
@@ -84,7 +158,7 @@ struct long_value_handle {
     libesedb_long_value_t* value = nullptr;
     ~long_value_handle() {
         esedb_error error;
-        if (value != nullptr) libesedb_long_value_free(&value, &error);
+        if (value != nullptr) api().libesedb_long_value_free(&value, &error);
     }
 };
 
@@ -94,20 +168,20 @@ public:
     bool read(libesedb_table_t* table) {
         esedb_error error;
         int count = 0;
-        if (libesedb_table_get_number_of_columns(table, &count, 0, &error) != 1 || count < 0) return false;
+        if (api().libesedb_table_get_number_of_columns(table, &count, 0, &error) != 1 || count < 0) return false;
         names_.assign(static_cast<size_t>(count), std::string());
         for (int i = 0; i < count; ++i) {
             libesedb_column_t* column = nullptr;
-            if (libesedb_table_get_column(table, i, &column, 0, &error) != 1) continue;
+            if (api().libesedb_table_get_column(table, i, &column, 0, &error) != 1) continue;
             size_t size = 0;
-            if (libesedb_column_get_utf8_name_size(column, &size, &error) == 1 && size > 1 && size <= 256) {
+            if (api().libesedb_column_get_utf8_name_size(column, &size, &error) == 1 && size > 1 && size <= 256) {
                 std::string name(size, '\0');
-                if (libesedb_column_get_utf8_name(column, reinterpret_cast<uint8_t*>(&name[0]), size, &error) == 1) {
+                if (api().libesedb_column_get_utf8_name(column, reinterpret_cast<uint8_t*>(&name[0]), size, &error) == 1) {
                     name.resize(std::strlen(name.c_str()));
                     names_[static_cast<size_t>(i)] = name;
                 }
             }
-            libesedb_column_free(&column, &error);
+            api().libesedb_column_free(&column, &error);
         }
         return true;
     }
@@ -128,9 +202,9 @@ uint64_t number_value(libesedb_record_t* record, int entry) {
     esedb_error error;
     size_t size = 0;
     uint8_t bytes[8] = {};
-    if (libesedb_record_get_value_data_size(record, entry, &size, &error) != 1) return 0;
+    if (api().libesedb_record_get_value_data_size(record, entry, &size, &error) != 1) return 0;
     if (size != 1 && size != 2 && size != 4 && size != 8) return 0;
-    if (libesedb_record_get_value_data(record, entry, bytes, size, &error) != 1) return 0;
+    if (api().libesedb_record_get_value_data(record, entry, bytes, size, &error) != 1) return 0;
     return hv::le64(bytes, sizeof bytes, 0);
 }
 
@@ -146,24 +220,24 @@ void value_text(libesedb_record_t* record, int entry, bool binary, std::string& 
         out.resize(size);
         if (read(reinterpret_cast<uint8_t*>(&out[0]), size) != 1) out.clear();
     };
-    if (libesedb_record_is_long_value(record, entry, &error) == 1) {
+    if (api().libesedb_record_is_long_value(record, entry, &error) == 1) {
         long_value_handle value;
-        if (libesedb_record_get_long_value(record, entry, &value.value, &error) != 1) return;
+        if (api().libesedb_record_get_long_value(record, entry, &value.value, &error) != 1) return;
         if (binary) {
             size64_t size64 = 0;
-            if (libesedb_long_value_get_data_size(value.value, &size64, &error) != 1 || size64 > value_size_limit) return;
+            if (api().libesedb_long_value_get_data_size(value.value, &size64, &error) != 1 || size64 > value_size_limit) return;
             size = static_cast<size_t>(size64);
-            fill([&](uint8_t* p, size_t n) { return libesedb_long_value_get_data(value.value, p, n, &error); });
+            fill([&](uint8_t* p, size_t n) { return api().libesedb_long_value_get_data(value.value, p, n, &error); });
         } else {
-            if (libesedb_long_value_get_utf8_string_size(value.value, &size, &error) != 1) return;
-            fill([&](uint8_t* p, size_t n) { return libesedb_long_value_get_utf8_string(value.value, p, n, &error); });
+            if (api().libesedb_long_value_get_utf8_string_size(value.value, &size, &error) != 1) return;
+            fill([&](uint8_t* p, size_t n) { return api().libesedb_long_value_get_utf8_string(value.value, p, n, &error); });
         }
     } else if (binary) {
-        if (libesedb_record_get_value_binary_data_size(record, entry, &size, &error) != 1) return;
-        fill([&](uint8_t* p, size_t n) { return libesedb_record_get_value_binary_data(record, entry, p, n, &error); });
+        if (api().libesedb_record_get_value_binary_data_size(record, entry, &size, &error) != 1) return;
+        fill([&](uint8_t* p, size_t n) { return api().libesedb_record_get_value_binary_data(record, entry, p, n, &error); });
     } else {
-        if (libesedb_record_get_value_utf8_string_size(record, entry, &size, &error) != 1) return;
-        fill([&](uint8_t* p, size_t n) { return libesedb_record_get_value_utf8_string(record, entry, p, n, &error); });
+        if (api().libesedb_record_get_value_utf8_string_size(record, entry, &size, &error) != 1) return;
+        fill([&](uint8_t* p, size_t n) { return api().libesedb_record_get_value_utf8_string(record, entry, p, n, &error); });
     }
     // A UTF-8 answer ends with its NUL.
     if (!binary) out.resize(std::strlen(out.c_str()));
@@ -187,13 +261,13 @@ struct webcache_database::library {
     ~library() {
         esedb_error error;
         if (file != nullptr) {
-            libesedb_file_close(file, &error);
-            libesedb_file_free(&file, &error);
+            api().libesedb_file_close(file, &error);
+            api().libesedb_file_free(&file, &error);
         }
 #ifdef RAVEL_HAVE_BFIO
         libbfio_error_t* bfio_error = nullptr;
-        if (memory != nullptr) libbfio_handle_free(&memory, &bfio_error);
-        if (bfio_error != nullptr) libbfio_error_free(&bfio_error);
+        if (memory != nullptr) api().libbfio_handle_free(&memory, &bfio_error);
+        if (bfio_error != nullptr) api().libbfio_error_free(&bfio_error);
 #endif
     }
 };
@@ -201,7 +275,7 @@ struct webcache_database::library {
 webcache_database::webcache_database() = default;
 webcache_database::~webcache_database() = default;
 
-bool webcache_database::offered() { return true; }
+bool webcache_database::offered() { return api().loaded; }
 
 void webcache_database::close() {
     library_.reset();
@@ -210,11 +284,12 @@ void webcache_database::close() {
 
 webcache_fault webcache_database::open(const std::string& path) {
     close();
+    if (!api().loaded) return webcache_fault::not_offered;
     library_.reset(new library);
     esedb_error error;
-    if (libesedb_file_initialize(&library_->file, &error) != 1) return webcache_fault::refused;
-    if (libesedb_file_open(library_->file, path.c_str(), LIBESEDB_OPEN_READ, &error) != 1) {
-        libesedb_file_free(&library_->file, &error);
+    if (api().libesedb_file_initialize(&library_->file, &error) != 1) return webcache_fault::refused;
+    if (api().libesedb_file_open(library_->file, path.c_str(), LIBESEDB_OPEN_READ, &error) != 1) {
+        api().libesedb_file_free(&library_->file, &error);
         return webcache_fault::refused;
     }
     return read_containers();
@@ -223,19 +298,20 @@ webcache_fault webcache_database::open(const std::string& path) {
 webcache_fault webcache_database::open_memory(const uint8_t* bytes, size_t size) {
     close();
 #ifdef RAVEL_HAVE_BFIO
+    if (!api().memory) return webcache_fault::not_offered;
     library_.reset(new library);
     library_->bytes.assign(bytes, bytes + size);
     libbfio_error_t* bfio_error = nullptr;
     uint8_t* start = library_->bytes.empty() ? nullptr : library_->bytes.data();
-    if (start == nullptr || libbfio_memory_range_initialize(&library_->memory, &bfio_error) != 1 ||
-        libbfio_memory_range_set(library_->memory, start, size, &bfio_error) != 1) {
-        if (bfio_error != nullptr) libbfio_error_free(&bfio_error);
+    if (start == nullptr || api().libbfio_memory_range_initialize(&library_->memory, &bfio_error) != 1 ||
+        api().libbfio_memory_range_set(library_->memory, start, size, &bfio_error) != 1) {
+        if (bfio_error != nullptr) api().libbfio_error_free(&bfio_error);
         return webcache_fault::refused;
     }
     esedb_error error;
-    if (libesedb_file_initialize(&library_->file, &error) != 1) return webcache_fault::refused;
-    if (libesedb_file_open_file_io_handle(library_->file, library_->memory, LIBESEDB_OPEN_READ, &error) != 1) {
-        libesedb_file_free(&library_->file, &error);
+    if (api().libesedb_file_initialize(&library_->file, &error) != 1) return webcache_fault::refused;
+    if (api().libesedb_file_open_file_io_handle(library_->file, library_->memory, LIBESEDB_OPEN_READ, &error) != 1) {
+        api().libesedb_file_free(&library_->file, &error);
         return webcache_fault::refused;
     }
     return read_containers();
@@ -249,18 +325,18 @@ webcache_fault webcache_database::open_memory(const uint8_t* bytes, size_t size)
 webcache_fault webcache_database::read_containers() {
     esedb_error error;
     table_handle table;
-    if (libesedb_file_get_table_by_utf8_name(library_->file, reinterpret_cast<const uint8_t*>("Containers"), 10,
+    if (api().libesedb_file_get_table_by_utf8_name(library_->file, reinterpret_cast<const uint8_t*>("Containers"), 10,
                                               &table.table, &error) != 1)
         return webcache_fault::refused;
     table_columns columns;
     int count = 0;
-    if (!columns.read(table.table) || libesedb_table_get_number_of_records(table.table, &count, &error) != 1)
+    if (!columns.read(table.table) || api().libesedb_table_get_number_of_records(table.table, &count, &error) != 1)
         return webcache_fault::refused;
     const int id = columns.entry("ContainerId"), name = columns.entry("Name"), directory = columns.entry("Directory"),
               partition = columns.entry("PartitionId"), secure = columns.entry("SecureDirectories");
     for (int i = 0; i < count && containers_.size() < container_limit; ++i) {
         record_handle record;
-        if (libesedb_table_get_record(table.table, i, &record.record, &error) != 1) continue;
+        if (api().libesedb_table_get_record(table.table, i, &record.record, &error) != 1) continue;
         webcache_container container;
         container.id = number_value(record.record, id);
         container.name = text_of(record.record, name);
@@ -282,12 +358,12 @@ template <class Read>
 bool walk_table(libesedb_file_t* file, const std::string& name, webcache_sink& sink, Read read) {
     esedb_error error;
     table_handle table;
-    if (libesedb_file_get_table_by_utf8_name(file, reinterpret_cast<const uint8_t*>(name.data()), name.size(),
+    if (api().libesedb_file_get_table_by_utf8_name(file, reinterpret_cast<const uint8_t*>(name.data()), name.size(),
                                               &table.table, &error) != 1)
         return true;  // not there: a container without records
     table_columns columns;
     int count = 0;
-    if (!columns.read(table.table) || libesedb_table_get_number_of_records(table.table, &count, &error) != 1 ||
+    if (!columns.read(table.table) || api().libesedb_table_get_number_of_records(table.table, &count, &error) != 1 ||
         count < 0) {
         sink.table_unreadable(name, 0);
         return true;
@@ -296,7 +372,7 @@ bool walk_table(libesedb_file_t* file, const std::string& name, webcache_sink& s
     uint64_t missing = 0;
     for (int i = 0; i < count; ++i) {
         record_handle record;
-        if (libesedb_table_get_record(table.table, i, &record.record, &error) != 1) {
+        if (api().libesedb_table_get_record(table.table, i, &record.record, &error) != 1) {
             ++missing;
             continue;
         }

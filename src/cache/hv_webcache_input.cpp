@@ -1,5 +1,6 @@
 #include "cache/hv_webcache_input.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "cache/hv_entry.h"
@@ -28,7 +29,7 @@ std::string user_of_history_url(const std::string& url) {
 }
 
 // The response headers as the report has them, and the user behind "~U:" in them, by the rules of an
-// index.dat entry's stored data.
+// index.dat entry's stored data (decode_url_or_leak), so that both kinds of input read alike.
 void split_headers(activity_record& row, const std::string& stored, bool whole) {
     size_t length = stored.size();
     const size_t mark = stored.find(user_mark, 0, user_mark_size);

@@ -1,6 +1,7 @@
 #include "webcache/hv_webcache.h"
 
 #include <cstring>
+#include <set>
 #include <utility>
 
 #include "foundation/hv_bytes.h"
@@ -388,7 +389,10 @@ bool walk_table(libesedb_file_t* file, const std::string& name, webcache_sink& s
 
 bool webcache_database::walk(webcache_sink& sink) {
     if (!library_ || library_->file == nullptr) return true;
+    // A damaged Containers table may name one table many times: each is walked once.
+    std::set<uint64_t> walked;
     for (const webcache_container& container : containers_) {
+        if (!walked.insert(container.id).second) continue;
         const bool going = walk_table(library_->file, "Container_" + std::to_string(container.id), sink,
                                       [&container](libesedb_record_t* r, const table_columns& c, webcache_record& out) {
             out.container = &container;

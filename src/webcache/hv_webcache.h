@@ -72,7 +72,8 @@ public:
 
     const std::vector<webcache_container>& containers() const { return containers_; }
     // Every record of every container's table, in the Containers table's order, then LeakFiles; a
-    // container whose table isn't in the database has no records. False when the sink stopped it.
+    // container whose table isn't in the database has no records, and a table named twice is walked
+    // once. False when the sink stopped it.
     bool walk(webcache_sink& sink);
 
 private:

@@ -326,8 +326,9 @@ webcache_fault webcache_database::open_memory(const uint8_t* bytes, size_t size)
 webcache_fault webcache_database::read_containers() {
     esedb_error error;
     table_handle table;
-    if (api().libesedb_file_get_table_by_utf8_name(library_->file, reinterpret_cast<const uint8_t*>("Containers"), 10,
-                                              &table.table, &error) != 1)
+    static const char containers[] = "Containers";
+    if (api().libesedb_file_get_table_by_utf8_name(library_->file, reinterpret_cast<const uint8_t*>(containers),
+                                                   sizeof containers - 1, &table.table, &error) != 1)
         return webcache_fault::refused;
     table_columns columns;
     int count = 0;
@@ -360,7 +361,7 @@ bool walk_table(libesedb_file_t* file, const std::string& name, webcache_sink& s
     esedb_error error;
     table_handle table;
     if (api().libesedb_file_get_table_by_utf8_name(file, reinterpret_cast<const uint8_t*>(name.data()), name.size(),
-                                              &table.table, &error) != 1)
+                                                   &table.table, &error) != 1)
         return true;  // not there: a container without records
     table_columns columns;
     int count = 0;

@@ -59,7 +59,7 @@ struct writing_sink : webcache_sink {
         out.str("");
         return true;
     }
-    void table_unreadable(const std::string&, uint64_t) override {}
+    void table_unreadable(const std::string&, uint64_t, const std::string&) override {}
 };
 
 }  // namespace

@@ -64,13 +64,14 @@ public:
         scan_.write_record_row(row_);
         return scan_.report_ok();
     }
-    void table_unreadable(const std::string& table, uint64_t missing) override {
+    void table_unreadable(const std::string& table, uint64_t missing, const std::string& library_text) override {
         std::string text = "prob reading " + opts_.current_file + ": table " + table;
         if (missing == 0)
             text += " can't be read, its records are missing\n";
         else
             text += " can't be read whole, " + std::to_string(missing) + " of its records are missing\n";
         write_console_error(text);
+        diag_line(opts_.diags(), "libesedb on table " + table + ": " + library_text);
     }
 
 private:
@@ -162,6 +163,7 @@ bool read_database(input_scan& scan, cmd_opts& opts, image_reader& file, bool& r
             }
             return false;
         case webcache_fault::refused:
+            diag_line(opts.diags(), "libesedb refused " + opts.current_file + ": " + database.library_text());
             return true;  // no rows: told as any file that gave nothing
     }
     if (header.dirty())

@@ -55,6 +55,7 @@ namespace {
 // would bind to the other's copies. So libesedb is loaded into a link-map namespace of its own, where
 // it and its libbfio see only each other, and called through the functions taken from it.
 #define RAVEL_ESEDB_FUNCTIONS(X) \
+    X(libesedb_error_backtrace_sprint) \
     X(libesedb_column_free) \
     X(libesedb_column_get_utf8_name) \
     X(libesedb_column_get_utf8_name_size) \
@@ -122,14 +123,23 @@ const esedb_api& api() {
     return loaded;
 }
 
-// Every call takes an error; its text is not kept. libesedb adds to an error it is handed, so each
-// call gets a fresh one: taking the address frees what the last call left.
+// Every call takes an error. libesedb adds to an error it is handed, so each call gets a fresh one:
+// taking the address frees what the last call left.
 struct esedb_error {
     libesedb_error_t* error = nullptr;
     ~esedb_error() { reset(); }
     libesedb_error_t** operator&() {
         reset();
         return &error;
+    }
+    // The library's own account of the last failure, its lines joined by "; ", for the -diags log.
+    std::string text() const {
+        char buffer[4096] = {};
+        if (error == nullptr || api().libesedb_error_backtrace_sprint(error, buffer, sizeof buffer) < 0) return "";
+        std::string out(buffer, strnlen(buffer, sizeof buffer));
+        while (!out.empty() && (out.back() == '\n' || out.back() == '\r')) out.pop_back();
+        for (size_t at; (at = out.find('\n')) != std::string::npos;) out.replace(at, 1, "; ");
+        return out;
     }
     void reset() {
         if (error != nullptr) api().libesedb_error_free(&error);
@@ -281,6 +291,7 @@ bool webcache_database::offered() { return api().loaded; }
 void webcache_database::close() {
     library_.reset();
     containers_.clear();
+    library_text_.clear();
 }
 
 webcache_fault webcache_database::open(const std::string& path) {
@@ -290,6 +301,7 @@ webcache_fault webcache_database::open(const std::string& path) {
     esedb_error error;
     if (api().libesedb_file_initialize(&library_->file, &error) != 1) return webcache_fault::refused;
     if (api().libesedb_file_open(library_->file, path.c_str(), LIBESEDB_OPEN_READ, &error) != 1) {
+        library_text_ = error.text();
         api().libesedb_file_free(&library_->file, &error);
         return webcache_fault::refused;
     }
@@ -312,6 +324,7 @@ webcache_fault webcache_database::open_memory(const uint8_t* bytes, size_t size)
     esedb_error error;
     if (api().libesedb_file_initialize(&library_->file, &error) != 1) return webcache_fault::refused;
     if (api().libesedb_file_open_file_io_handle(library_->file, library_->memory, LIBESEDB_OPEN_READ, &error) != 1) {
+        library_text_ = error.text();
         api().libesedb_file_free(&library_->file, &error);
         return webcache_fault::refused;
     }
@@ -328,12 +341,16 @@ webcache_fault webcache_database::read_containers() {
     table_handle table;
     static const char containers[] = "Containers";
     if (api().libesedb_file_get_table_by_utf8_name(library_->file, reinterpret_cast<const uint8_t*>(containers),
-                                                   sizeof containers - 1, &table.table, &error) != 1)
+                                                   sizeof containers - 1, &table.table, &error) != 1) {
+        library_text_ = error.error != nullptr ? error.text() : "no table named Containers";
         return webcache_fault::refused;
+    }
     table_columns columns;
     int count = 0;
-    if (!columns.read(table.table) || api().libesedb_table_get_number_of_records(table.table, &count, &error) != 1)
+    if (!columns.read(table.table) || api().libesedb_table_get_number_of_records(table.table, &count, &error) != 1) {
+        library_text_ = error.text();
         return webcache_fault::refused;
+    }
     const int id = columns.entry("ContainerId"), name = columns.entry("Name"), directory = columns.entry("Directory"),
               partition = columns.entry("PartitionId"), secure = columns.entry("SecureDirectories");
     for (int i = 0; i < count && containers_.size() < container_limit; ++i) {
@@ -367,22 +384,23 @@ bool walk_table(libesedb_file_t* file, const std::string& name, webcache_sink& s
     int count = 0;
     if (!columns.read(table.table) || api().libesedb_table_get_number_of_records(table.table, &count, &error) != 1 ||
         count < 0) {
-        sink.table_unreadable(name, 0);
+        sink.table_unreadable(name, 0, error.text());
         return true;
     }
     webcache_record out;
     uint64_t missing = 0;
+    std::string first_failure;
     for (int i = 0; i < count; ++i) {
         record_handle record;
         if (api().libesedb_table_get_record(table.table, i, &record.record, &error) != 1) {
-            ++missing;
+            if (missing++ == 0) first_failure = error.text();
             continue;
         }
         out.clear();
         read(record.record, columns, out);
         if (!sink.record(out)) return false;
     }
-    if (missing != 0) sink.table_unreadable(name, missing);
+    if (missing != 0) sink.table_unreadable(name, missing, first_failure);
     return true;
 }
 

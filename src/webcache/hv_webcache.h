@@ -44,8 +44,9 @@ public:
     virtual ~webcache_sink() = default;
     // A record, valid until the call returns; false stops the walk.
     virtual bool record(const webcache_record& record) = 0;
-    // A table the library can't read: all of its records (missing == 0) or `missing` of them are lost.
-    virtual void table_unreadable(const std::string& table, uint64_t missing) = 0;
+    // A table the library can't read: all of its records (missing == 0) or `missing` of them are lost;
+    // `library_text` is the library's own account of it.
+    virtual void table_unreadable(const std::string& table, uint64_t missing, const std::string& library_text) = 0;
 };
 
 enum class webcache_fault {
@@ -71,6 +72,8 @@ public:
     void close();
 
     const std::vector<webcache_container>& containers() const { return containers_; }
+    // After a refusal, the library's own account of it ("" when it gave none).
+    const std::string& library_text() const { return library_text_; }
     // Every record of every container's table, in the Containers table's order, then LeakFiles; a
     // container whose table isn't in the database has no records, and a table named twice is walked
     // once. False when the sink stopped it.
@@ -83,4 +86,5 @@ private:
 
     std::unique_ptr<library> library_;
     std::vector<webcache_container> containers_;
+    std::string library_text_;
 };

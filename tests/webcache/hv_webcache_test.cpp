@@ -22,8 +22,9 @@ struct counting_sink : webcache_sink {
                                               : std::string("LeakFiles")];
         return true;
     }
-    void table_unreadable(const std::string& table, uint64_t missing) override {
+    void table_unreadable(const std::string& table, uint64_t missing, const std::string& library_text) override {
         unreadable.push_back(table + (missing != 0 ? " " + std::to_string(missing) : ""));
+        EXPECT_NE(library_text.find("unable to"), std::string::npos) << library_text;
     }
 };
 
@@ -63,6 +64,7 @@ TEST(Webcache, RefusesWhatIsNoDatabase) {
     const std::vector<uint8_t> garbage(65536, 0x41);
     webcache_database database;
     EXPECT_EQ(database.open_memory(garbage.data(), garbage.size()), webcache_fault::refused);
+    EXPECT_NE(database.library_text().find("libesedb"), std::string::npos) << database.library_text();
     EXPECT_EQ(database.open_memory(garbage.data(), 0), webcache_fault::refused);
     counting_sink sink;
     EXPECT_TRUE(database.walk(sink));

@@ -7,14 +7,13 @@
 
 namespace {
 
-// A header with the signature, `page_size` and `state`, `size` bytes long.
-std::vector<uint8_t> header_bytes(uint32_t page_size, uint32_t state, size_t size = ESE_FILE_HEADER::size) {
+// A header with the signature and `page_size`, `size` bytes long.
+std::vector<uint8_t> header_bytes(uint32_t page_size, size_t size = ESE_FILE_HEADER::size) {
     std::vector<uint8_t> bytes(size);
     auto put32 = [&bytes](size_t at, uint32_t value) {
         for (size_t i = 0; i < 4 && at + i < bytes.size(); ++i) bytes[at + i] = static_cast<uint8_t>(value >> (8 * i));
     };
     put32(ESE_FILE_HEADER::at_signature, ESE_FILE_HEADER::signature_value);
-    put32(ESE_FILE_HEADER::at_state, state);
     put32(ESE_FILE_HEADER::at_page_size, page_size);
     return bytes;
 }
@@ -33,24 +32,13 @@ TEST(EseHeader, KnownByItsBytes) {
         {32768, 239, false},  // too short to hold the page size
     };
     for (const auto& c : cases) {
-        const std::vector<uint8_t> bytes = header_bytes(c.page_size, 3, c.size);
+        const std::vector<uint8_t> bytes = header_bytes(c.page_size, c.size);
         EXPECT_EQ(looks_like_ese_database(bytes.data(), bytes.size()), c.database) << c.page_size << " " << c.size;
     }
-    std::vector<uint8_t> bytes = header_bytes(32768, 3);
+    std::vector<uint8_t> bytes = header_bytes(32768);
     const uint8_t stored[] = {0xEF, 0xCD, 0xAB, 0x89};
     EXPECT_EQ(std::memcmp(bytes.data() + 4, stored, 4), 0);
     bytes[4] ^= 1;
     EXPECT_FALSE(looks_like_ese_database(bytes.data(), bytes.size()));
     EXPECT_FALSE(looks_like_ese_database(nullptr, 0));
-}
-
-// Only a clean shutdown (state 3) leaves nothing in the transaction logs.
-TEST(EseHeader, StateTellsADirtyShutdown) {
-    for (uint32_t state : {0u, 1u, 2u, 3u, 4u, 5u}) {
-        ESE_FILE_HEADER header;
-        const std::vector<uint8_t> bytes = header_bytes(32768, state);
-        ASSERT_TRUE(header.read(bytes.data(), bytes.size()));
-        EXPECT_EQ(header.state(), state);
-        EXPECT_EQ(header.dirty(), state != ESE_FILE_HEADER::state_clean_shutdown) << state;
-    }
 }

@@ -209,12 +209,17 @@ TEST(WebcacheE2E, DamagedCopiesEndWithAMessage) {
     changed("catalog", [](std::string& b) { b.replace(5 * page, 4 * page, 4 * page, '\xFF'); });
     for (size_t pages : {1, 2, 6, 200, 420})
         changed("cut", [pages](std::string& b) { b.resize(pages * page); });
+#if defined(__SANITIZE_ADDRESS__)
+    const uint64_t peak_limit_kib = 512u * 1024;  // the sanitizer's shadow and quarantine come on top
+#else
+    const uint64_t peak_limit_kib = 64u * 1024;
+#endif
     for (const damage& copy : copies) {
         const bounded_result run = run_ravel_bounded({"-f", copy.path, "-complete"}, 120);
         EXPECT_FALSE(run.killed) << copy.name;
         EXPECT_TRUE(run.status == 0 || run.status == 255) << copy.name << ": " << run.status;
         EXPECT_NE(run.err_tail.find("prob"), std::string::npos) << copy.name;
-        EXPECT_LT(run.peak_kib, 64u * 1024) << copy.name;
+        EXPECT_LT(run.peak_kib, peak_limit_kib) << copy.name;
         EXPECT_EQ(std::hash<std::string>()(read_file(copy.path)), copy.hash) << copy.name << ": the input was changed";
     }
 }

@@ -7,6 +7,7 @@
 #include "cache/hv_entry.h"
 #include "cache/hv_ewf_input.h"
 #include "cache/hv_scan.h"
+#include "cache/hv_webcache_input.h"
 #include "cmdline/hv_cmd_params.h"
 #include "storage/hv_ewf.h"
 #include "storage/hv_image.h"
@@ -42,7 +43,7 @@ bool process_input(input_scan& scan, cmd_opts& opts) {
             std::cout << "prob opening " << opts.current_file << " for read, aborting\n";
             return false;
         }
-        if (!scan_file(scan, opts, file, result)) return false;
+        if (!read_database(scan, opts, file, result) && !scan_file(scan, opts, file, result)) return false;
     } else if (!opts.partition.empty() || !opts.vmdk_files.empty()) {
         result = scan_device_input(scan, opts);
     } else if (!opts.ewf_file.empty()) {

@@ -33,7 +33,18 @@ void held_rows::drop_front(size_t n) {
 // ---- the scan -----------------------------------------------------------------------------------
 
 input_scan::input_scan(std::ostream& out, cmd_opts& opts, case_database* database)
-    : opts_(opts), report_(out, opts, database), decoder_(opts) {}
+    : opts_(opts), report_(out, opts, opts.complete_report ? database : nullptr), decoder_(opts) {
+    // The database holds the entries as the lossless decoding reads them: beside a report of another
+    // form, a second walk of the same windows decodes them so and writes them there only.
+    if (database != nullptr && !opts.complete_report) lossless_.reset(new input_scan(opts, database));
+}
+
+input_scan::input_scan(cmd_opts& opts, case_database* database)
+    : opts_(opts), report_(std::cout, opts, database, false), decoder_(opts) {
+    decoder_.whole = true;
+}
+
+input_scan::~input_scan() = default;
 
 void input_scan::begin_input() {
     decoder_.source = build_source_text(opts_);
@@ -56,15 +67,18 @@ void input_scan::begin_input() {
                                                        : "vmdk";
         database->begin_input(decoder_.source, road, opts_.current_file.empty() ? decoder_.source : std::string());
     }
+    if (lossless_) lossless_->begin_input();
 }
 
 void input_scan::use_image(image_reader& image, bool find_containers) {
+    if (lossless_) lossless_->use_image(image, find_containers);
     image_ = &image;
     input_size_ = image.size();
     find_containers_ = find_containers;
 }
 
 void input_scan::use_directory_table(const uint8_t* buffer, uint32_t size) {
+    if (lossless_) lossless_->use_directory_table(buffer, size);
     if (decoder_.whole) {
         // Read whole, the file is its container.
         containers_.emplace_back();
@@ -87,6 +101,7 @@ void input_scan::use_directory_table(const uint8_t* buffer, uint32_t size) {
 // below its own start, so a row below it is in its final place and is written at once; a row in the
 // overlap waits until the next window has passed it.
 bool input_scan::scan_buffer(const uint8_t* buffer, uint32_t length, uint64_t base, uint64_t next_base) {
+    if (lossless_) lossless_->scan_buffer(buffer, length, base, next_base);
     if (decoder_.whole) return scan_whole_entries(buffer, length, base, next_base);
     next_base_ = next_base;
     size_t waiting = 0;
@@ -246,4 +261,5 @@ void input_scan::end_input() {
         facts.rows = rows_;
         database->end_input(facts);
     }
+    if (lossless_) lossless_->end_input();
 }

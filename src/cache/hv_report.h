@@ -50,7 +50,7 @@ private:
 class report_writer {
 public:
     // Without `text`, the rows go to the database only: nothing is written to `out`, not even the header.
-    report_writer(std::ostream& out, cmd_opts& opts, case_database* database, bool text = true);
+    report_writer(std::ostream& out, cmd_opts& opts, case_database* database = nullptr, bool text = true);
     ~report_writer();
 
     void write_row(const activity_record& row);

@@ -140,14 +140,15 @@ bool input_scan::scan_whole_entries(const uint8_t* buffer, uint32_t length, uint
         if (word != signature_url && word != signature_leak && word != signature_redr) continue;
         found = true;
         const container_span* container = container_at(position);
-        uint64_t bound = std::min<uint64_t>(whole_entry_bytes, length - at);
-        if (image_ != nullptr) bound = std::min(bound, input_size_ - std::min(input_size_, position));
-        // Texts end with the container that holds the entry; an entry whose fixed part runs past the
-        // size its container declares is read past it rather than lost.
-        const uint64_t in_container = container != nullptr ? std::min(bound, container->end - position) : bound;
-        if (!decode_entry_at(row_, decoder_, buffer + at, static_cast<uint32_t>(in_container), position) &&
-            (in_container == bound ||
-             !decode_entry_at(row_, decoder_, buffer + at, static_cast<uint32_t>(bound), position)))
+        const uint64_t bound = std::min<uint64_t>(whole_entry_bytes, length - at);
+        // Texts end with the input and with the container that holds the entry. An entry whose fixed part
+        // runs past either (a container may declare less than it holds; a disk's last read is padded with
+        // zeros) is read to the window's end, as the default decoding reads it, rather than lost.
+        uint64_t limited = bound;
+        if (image_ != nullptr) limited = std::min(limited, input_size_ - std::min(input_size_, position));
+        if (container != nullptr) limited = std::min(limited, container->end - position);
+        if (!decode_entry_at(row_, decoder_, buffer + at, static_cast<uint32_t>(limited), position) &&
+            (limited == bound || !decode_entry_at(row_, decoder_, buffer + at, static_cast<uint32_t>(bound), position)))
             continue;
         if (container != nullptr) {
             const uint64_t inside = position - container->start;

@@ -231,13 +231,16 @@ void fill_activity_from_webcache(activity_record& row, const webcache_record& re
 void carve_webcache_rows(const cmd_opts& opts, image_reader* input, const uint8_t* bytes, size_t size,
                          size_t start_limit, uint64_t base, std::vector<activity_record>& rows) {
     rows.clear();
-    size_t at = next_container_header(bytes, size, 0);
-    if (at >= std::min(start_limit, size)) return;
+    // Starts are looked for below the limit only: the window's overlap is the next window's to report.
+    const size_t limit = std::min(start_limit, size);
+    const size_t starts_end = std::min(size, limit + ESE_CONTAINER_RECORD::header_size - 1);
+    size_t at = next_container_header(bytes, starts_end, 0);
+    if (at >= limit) return;
     static const std::vector<webcache_container> none;
     container_lookup containers(none);
     std::vector<uint8_t> copy;
     webcache_image image;
-    for (; at < std::min(start_limit, size); at = next_container_header(bytes, size, at + 1)) {
+    for (; at < limit; at = next_container_header(bytes, starts_end, at + 1)) {
         // An image that may run past the window's end is read again from the input, as far as an image
         // can run: a window reports each image it starts, whatever its end cuts.
         const bool cut = at + webcache_image_limit > size && next_container_header(bytes, size, at + 1) == size &&

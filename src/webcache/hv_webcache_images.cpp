@@ -3,6 +3,10 @@
 #include <algorithm>
 #include <cstring>
 
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
 #include "foundation/hv_bytes.h"
 
 namespace {
@@ -12,9 +16,24 @@ constexpr size_t header_size = ESE_CONTAINER_RECORD::header_size;
 }  // namespace
 
 size_t next_container_header(const uint8_t* bytes, size_t size, size_t from) {
-    if (from >= size) return size;
-    const void* hit = memmem(bytes + from, size - from, ESE_CONTAINER_RECORD::signature, header_size);
-    return hit == nullptr ? size : static_cast<size_t>(static_cast<const uint8_t*>(hit) - bytes);
+    // Sixteen positions at a time for the header's first two bytes, as rare together as one in 65536
+    // random pairs: a scan at memory speed, whatever the bytes. The bytes past the last block, one by one.
+#ifdef __SSE2__
+    const __m128i first = _mm_set1_epi8(static_cast<char>(ESE_CONTAINER_RECORD::signature[0]));
+    const __m128i second = _mm_set1_epi8(static_cast<char>(ESE_CONTAINER_RECORD::signature[1]));
+    for (; from + 17 <= size; from += 16) {
+        const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes + from));
+        const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes + from + 1));
+        unsigned mask = static_cast<unsigned>(_mm_movemask_epi8(_mm_and_si128(_mm_cmpeq_epi8(a, first), _mm_cmpeq_epi8(b, second))));
+        for (; mask != 0; mask &= mask - 1) {
+            const size_t at = from + static_cast<size_t>(__builtin_ctz(mask));
+            if (at + header_size <= size && starts_container_record(bytes + at)) return at;
+        }
+    }
+#endif
+    for (; from + header_size <= size; ++from)
+        if (starts_container_record(bytes + from)) return from;
+    return size;
 }
 
 namespace {

@@ -117,10 +117,10 @@ private:
 };
 
 // A row for an image found in bytes, at `offset` in the input.
-void make_image_row(const cmd_opts& opts, activity_record& row, webcache_image& image,
+void make_image_row(const cmd_opts& opts, const std::string& source, activity_record& row, webcache_image& image,
                     const webcache_container& container, uint64_t offset, uint64_t page) {
     image.record.container = &container;
-    fill_activity_from_webcache(row, image.record, opts.complete_report, opts.current_file);
+    fill_activity_from_webcache(row, image.record, opts.complete_report, source);
     row.offset = offset;
     row.allocated = image.state == webcache_record_state::live ? 1 : 0;
     row.webcache.has_offset = true;
@@ -158,7 +158,7 @@ void walk_pages(input_scan& scan, const cmd_opts& opts, image_reader& file, size
         for (webcache_image& image : images) {
             const uint64_t id = in_table ? table_id : image.container_id;
             if (image.state == webcache_record_state::live) walked_live.insert({id, image.record.entry_id});
-            make_image_row(opts, row, image, containers.of(id), at + image.offset, page_number);
+            make_image_row(opts, opts.current_file, row, image, containers.of(id), at + image.offset, page_number);
             scan.write_record_row(row);
         }
     }
@@ -238,6 +238,7 @@ void carve_webcache_rows(const cmd_opts& opts, image_reader* input, const uint8_
     if (at >= limit) return;
     static const std::vector<webcache_container> none;
     container_lookup containers(none);
+    const std::string source = build_source_text(opts);  // as the input's index.dat rows name it
     std::vector<uint8_t> copy;
     webcache_image image;
     for (; at < limit; at = next_container_header(bytes, starts_end, at + 1)) {
@@ -255,7 +256,7 @@ void carve_webcache_rows(const cmd_opts& opts, image_reader* input, const uint8_
         }
         if (!found) continue;
         rows.emplace_back();
-        make_image_row(opts, rows.back(), image, containers.of(image.container_id), base + at, 0);
+        make_image_row(opts, source, rows.back(), image, containers.of(image.container_id), base + at, 0);
     }
 }
 

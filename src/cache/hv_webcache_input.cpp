@@ -14,6 +14,7 @@
 #include "foundation/hv_string.h"
 #include "storage/hv_image.h"
 #include "webcache/hv_ese_header.h"
+#include "webcache/hv_ese_long_values.h"
 #include "webcache/hv_ese_page.h"
 #include "webcache/hv_webcache_images.h"
 
@@ -95,6 +96,9 @@ private:
 };
 
 const std::string container_prefix = "Container_";
+// The long values read from a database's pages, in all: no column of the cache holds much, and a damaged
+// database may flag any page as one of a long-value tree.
+constexpr size_t long_value_bytes_limit = size_t{16} << 20;
 
 // The container a table name or a record's ContainerId names; containers the Containers table doesn't
 // list are made up from the id alone, with no name.
@@ -138,10 +142,21 @@ void walk_pages(input_scan& scan, const cmd_opts& opts, image_reader& file, size
     std::vector<uint8_t> page(page_size);
     std::vector<webcache_image> images;
     activity_record row;
+    // First the catalog's and the long-value trees' leaf pages: the values records keep apart.
+    ese_long_value_reader long_values(long_value_bytes_limit);
+    ese_page header;
+    for (uint64_t at = 2 * uint64_t(page_size); at + page_size <= file.size(); at += page_size) {
+        if (!file.read(at, page.data(), page_size)) break;
+        if (!read_ese_page(page.data(), page_size, header) || !header.leaf()) continue;
+        if (header.father_object == ESE_CATALOG_RECORD::catalog_object && !header.index())
+            long_values.read_catalog_page(page.data(), page_size);
+        else if (header.long_values())
+            long_values.read_long_value_page(page.data(), page_size, header.father_object);
+    }
+    std::map<uint32_t, ese_long_values> values_by_table;
     // Pages count from the one after the header and its shadow copy.
     for (uint64_t at = 2 * uint64_t(page_size); at + page_size <= file.size() && scan.report_ok(); at += page_size) {
         if (!file.read(at, page.data(), page_size)) break;
-        ese_page header;
         read_ese_page(page.data(), page_size, header);
         auto table = objects.find(header.father_object);
         uint64_t table_id = 0;
@@ -152,7 +167,16 @@ void walk_pages(input_scan& scan, const cmd_opts& opts, image_reader& file, size
             table_id = std::strtoull(table->second.c_str() + container_prefix.size(), &end, 10);
             in_table = end != nullptr && *end == '\0';
         }
-        decode_database_page(page.data(), page_size, in_table, nullptr, images);
+        const ese_long_values* values = nullptr;
+        if (in_table) {
+            auto known = values_by_table.find(header.father_object);
+            if (known == values_by_table.end()) {
+                known = values_by_table.emplace(header.father_object, ese_long_values()).first;
+                long_values.values_of_table(header.father_object, known->second);
+            }
+            values = &known->second;
+        }
+        decode_database_page(page.data(), page_size, in_table, values, images);
         if (in_table && !images.empty()) walked_tables.insert(table->second);
         const uint64_t page_number = at / page_size - 1;
         for (webcache_image& image : images) {

@@ -31,17 +31,22 @@ bool read_ese_page(const uint8_t* page, size_t page_size, ese_page& out) {
     return count * T::size <= page_size - header_size(page_size);
 }
 
-bool read_ese_tag(const uint8_t* page, size_t page_size, size_t tag, ese_tag_value& out) {
-    out = ese_tag_value();
+bool read_ese_tag_span(const uint8_t* page, size_t page_size, size_t tag, size_t& offset, size_t& size) {
     const size_t head = header_size(page_size);
     if (page == nullptr || page_size < head || (tag + 1) * T::size > page_size - head) return false;
     const size_t at = page_size - (tag + 1) * T::size;
-    const uint16_t raw_size = hv::le16(page, page_size, at + T::at_value_size);
-    const uint16_t raw_offset = hv::le16(page, page_size, at + T::at_value_offset);
     const uint16_t mask = large(page_size) ? T::large_mask : T::small_mask;
-    const size_t offset = head + (raw_offset & mask), size = raw_size & mask;
+    offset = head + (hv::le16(page, page_size, at + T::at_value_offset) & mask);
+    size = hv::le16(page, page_size, at + T::at_value_size) & mask;
     // A value may not reach into the tag array.
-    if (!hv::fits(page_size - (tag_count(page, page_size) * T::size), offset, size) || size < 2) return false;
+    return hv::fits(page_size - (tag_count(page, page_size) * T::size), offset, size);
+}
+
+bool read_ese_tag(const uint8_t* page, size_t page_size, size_t tag, ese_tag_value& out) {
+    out = ese_tag_value();
+    size_t offset = 0, size = 0;
+    if (!read_ese_tag_span(page, page_size, tag, offset, size) || size < 2) return false;
+    const uint16_t raw_offset = hv::le16(page, page_size, page_size - (tag + 1) * T::size + T::at_value_offset);
     const uint16_t first = hv::le16(page, page_size, offset);
     out.flags = large(page_size) ? first >> T::flags_shift : raw_offset >> T::flags_shift;
     size_t key_at = offset + 2;
@@ -49,6 +54,7 @@ bool read_ese_tag(const uint8_t* page, size_t page_size, size_t tag, ese_tag_val
     if (out.flags & T::flag_common_key) {
         // The common key's size first, then the local key's.
         if (size < 4) return false;
+        out.common_key_size = first & T::key_size_mask;
         key_size = hv::le16(page, page_size, offset + 2) & T::key_size_mask;
         key_at = offset + 4;
     }

@@ -62,9 +62,13 @@ struct ese_tag_value {
     size_t offset = 0, size = 0;     // the whole value, from the page's start
     size_t data = 0, data_size = 0;  // the data after the key
     size_t key = 0, key_size = 0;    // the local key
+    size_t common_key_size = 0;      // the key's first bytes, taken from tag 0's value
     uint16_t flags = 0;
 };
 bool read_ese_tag(const uint8_t* page, size_t page_size, size_t tag, ese_tag_value& out);
+// A tag's value as bytes, with no key read from it (tag 0's: the page's common key). False when it
+// lies outside the page.
+bool read_ese_tag_span(const uint8_t* page, size_t page_size, size_t tag, size_t& offset, size_t& size);
 
 // Every place in the page where a Container_N record image starts, in offset order: a live tag's
 // data, a deleted tag's, or the record header found anywhere else in the data area (free space).

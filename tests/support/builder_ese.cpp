@@ -79,4 +79,57 @@ std::string ese_page_bytes(const ese_leaf_page& page, ese_page_layout* layout) {
     return image.bytes();
 }
 
+std::string ese_entries_page(uint32_t object, uint32_t flags, const std::string& prefix,
+                             const std::vector<ese_entry>& entries) {
+    byte_image image(ese_page_size);
+    image.u32(24, object).u32(36, flags).u64(64, 9);
+    size_t at = ese_page_header_size;
+    image.text(at, prefix);
+    image.u16(ese_page_size - 4, static_cast<uint16_t>(prefix.size())).u16(ese_page_size - 2, 0);
+    at += prefix.size();
+    for (size_t i = 0; i < entries.size(); ++i) {
+        const ese_entry& e = entries[i];
+        const uint16_t tag_flags = static_cast<uint16_t>((e.deleted ? 0x2 : 0) | (e.common != 0 ? 0x4 : 0));
+        const std::string local = e.key.substr(e.common);
+        size_t size = 0;
+        if (e.common != 0) {
+            image.u16(at, static_cast<uint16_t>((tag_flags << 13) | e.common)).u16(at + 2, static_cast<uint16_t>(local.size()));
+            size = 4;
+        } else {
+            image.u16(at, static_cast<uint16_t>((tag_flags << 13) | local.size()));
+            size = 2;
+        }
+        image.text(at + size, local + e.data);
+        size += local.size() + e.data.size();
+        const size_t slot = ese_page_size - 4 * (i + 2);
+        image.u16(slot, static_cast<uint16_t>(size)).u16(slot + 2, static_cast<uint16_t>(at - ese_page_header_size));
+        at += size;
+    }
+    image.u16(32, static_cast<uint16_t>(at - ese_page_header_size)).u16(34, static_cast<uint16_t>(entries.size() + 1));
+    return image.bytes();
+}
+
+std::string ese_catalog_long_values_record(uint32_t table, uint32_t long_values) {
+    byte_image record(14);
+    record.u8(0, 11).u8(1, 127).u32(4, table).u16(8, 4).u32(10, long_values);
+    return record.bytes();
+}
+
+namespace {
+std::string big_endian(uint32_t v) {
+    std::string out(4, '\0');
+    for (int i = 0; i < 4; ++i) out[i] = static_cast<char>(v >> (8 * (3 - i)));
+    return out;
+}
+}  // namespace
+
+std::vector<ese_entry> ese_long_value_entries(uint32_t id, const std::string& value, size_t piece) {
+    byte_image root(8);
+    root.u32(0, 1).u32(4, static_cast<uint32_t>(value.size()));
+    std::vector<ese_entry> entries{{big_endian(id), root.bytes()}};
+    for (size_t at = 0; at < value.size(); at += piece)
+        entries.push_back({big_endian(id) + big_endian(static_cast<uint32_t>(at)), value.substr(at, piece)});
+    return entries;
+}
+
 }  // namespace testsupport

@@ -40,4 +40,18 @@ struct ese_page_layout {
 };
 std::string ese_page_bytes(const ese_leaf_page& page, ese_page_layout* layout = nullptr);
 
+// A leaf page of any object from its entries: each a key and data, its first `common` key bytes taken
+// from tag 0's value (`prefix`), the page's common key.
+struct ese_entry {
+    std::string key, data;
+    size_t common = 0;
+    bool deleted = false;
+};
+std::string ese_entries_page(uint32_t object, uint32_t flags, const std::string& prefix,
+                             const std::vector<ese_entry>& entries);
+// A catalog record naming `long_values` the long-value tree of the table `table`.
+std::string ese_catalog_long_values_record(uint32_t table, uint32_t long_values);
+// A long value's entries: its root (reference count 1, size) and its pieces of `piece` bytes.
+std::vector<ese_entry> ese_long_value_entries(uint32_t id, const std::string& value, size_t piece);
+
 }  // namespace testsupport

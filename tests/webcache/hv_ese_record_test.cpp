@@ -7,6 +7,7 @@
 
 #include "support/builder.h"
 #include "support/builder_ese.h"
+#include "webcache/hv_ese_long_values.h"
 #include "webcache/hv_ese_page.h"
 #include "webcache/hv_webcache_images.h"
 
@@ -170,4 +171,36 @@ TEST(EseCarve, NothingInOtherBytes) {
     const std::string container = small_container("example.com").bytes();
     carve_container_records(bytes_of(container), container.size(), container.size(), found);
     EXPECT_TRUE(found.empty());
+}
+
+// The catalog names a table's long-value tree; the tree's pieces, some keyed through the page's common
+// key, one deleted and replaced, join into the value a record refers to.
+TEST(EseLongValues, JoinsTheTreesPieces) {
+    const std::string url = utf16_of("http://example.com/" + std::string(300, 'a'));
+    std::vector<ese_entry> entries = ese_long_value_entries(0x17, url, 100);
+    for (size_t i = 2; i < entries.size(); ++i) entries[i].common = 4;  // the id, from tag 0
+    ese_entry stale = entries[1];
+    stale.deleted = true;
+    stale.data = std::string(100, 'x');
+    entries.insert(entries.begin() + 1, stale);
+    entries.push_back({std::string("\0\0\0\x18", 4), std::string("\1\0\0\0\x32\0\0\0", 8)});  // 50 bytes, no piece
+    const std::string lv_page = ese_entries_page(41, 0x82, std::string("\0\0\0\x17", 4), entries);
+    const std::string catalog = ese_entries_page(2, 0x2, "", {{std::string(4, '\0'), ese_catalog_long_values_record(40, 41)}});
+
+    ese_long_value_reader reader(1 << 20);
+    reader.read_catalog_page(bytes_of(catalog), catalog.size());
+    reader.read_long_value_page(bytes_of(lv_page), lv_page.size(), 41);
+    ese_long_values values;
+    reader.values_of_table(40, values);
+    ASSERT_EQ(values.size(), 1u);
+    EXPECT_EQ(values.at(0x17), url);
+    reader.values_of_table(14, values);
+    EXPECT_TRUE(values.empty());
+
+    // A reader with no room left takes no piece.
+    ese_long_value_reader full(10);
+    full.read_catalog_page(bytes_of(catalog), catalog.size());
+    full.read_long_value_page(bytes_of(lv_page), lv_page.size(), 41);
+    full.values_of_table(40, values);
+    EXPECT_TRUE(values.empty());
 }

@@ -3,7 +3,7 @@
 fuzz_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 fuzz_dir=$fuzz_root/fuzz
 fuzz_build=${BUILD_DIR:-$fuzz_root/build-fuzz}
-fuzz_targets=(scan container vmdk disk_start options date_text ewf webcache)
+fuzz_targets=(scan container vmdk disk_start options date_text ewf webcache ese_pages)
 # libewf leaks in one of its own paths (fuzz/findings/README.md); every other leak is still reported.
 export LSAN_OPTIONS=${LSAN_OPTIONS:-suppressions=$fuzz_dir/lsan.supp:print_suppressions=0}
 
@@ -53,6 +53,12 @@ fuzz_webcache_seeds() {
         webcache_pages 0 1 5 14 15 48 78 88 98 178 203 326 336 366 376 386 396 427 432 448 450 451 452 \
             > "$seeds/sample-rows"
         webcache_pages 0 1 5 14 15 > "$seeds/sample-catalog"
+    fi
+    # The page walk's seeds: a leaf page of Container_11 and one of Container_1, raw.
+    mkdir -p "$fuzz_dir/corpus/ese_pages"
+    if [[ -f $sample ]]; then
+        dd if="$sample" bs=32768 skip=44 count=1 status=none > "$fuzz_dir/corpus/ese_pages/sample-container-11"
+        dd if="$sample" bs=32768 skip=450 count=1 status=none > "$fuzz_dir/corpus/ese_pages/sample-container-1"
     fi
     { printf '\x00\x00'; head -c 240 /dev/zero; } > "$seeds/header"
     printf '\xef\xcd\xab\x89' | dd of="$seeds/header" bs=1 seek=6 conv=notrunc status=none

@@ -42,7 +42,7 @@ std::vector<uint8_t> database_of_pages(const uint8_t* data, size_t size) {
 struct writing_sink : webcache_sink {
     cmd_opts plain, complete, jsonl;
     std::ostringstream out;
-    report_writer plain_writer{out, plain}, complete_writer{out, complete}, jsonl_writer{out, jsonl};
+    report_writer plain_writer{out, plain, nullptr}, complete_writer{out, complete, nullptr}, jsonl_writer{out, jsonl, nullptr};
     activity_record row;
 
     writing_sink() {

@@ -135,6 +135,12 @@ struct webcache_row_facts {
     uint64_t entry_id = 0;
     std::string partition_id, request_headers, redirect_url;
     uint32_t type = 0, sync_count = 0, exemption_delta = 0;
+    // Where the record's image was found: its state ("live", "deleted tag", "free space", "outside the
+    // tree", "carved"; null for a record only the library gave), the page, and whether the row's offset
+    // is the image's.
+    const char* record_state = nullptr;
+    uint64_t page = 0;
+    bool has_offset = false;
 
     void clear() {
         present = false;
@@ -146,6 +152,9 @@ struct webcache_row_facts {
         request_headers.clear();
         redirect_url.clear();
         type = sync_count = exemption_delta = 0;
+        record_state = nullptr;
+        page = 0;
+        has_offset = false;
     }
 };
 

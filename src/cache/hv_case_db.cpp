@@ -28,7 +28,9 @@ const char schema[] =
     " expires_filetime INTEGER, last_sync_filetime INTEGER, created TEXT, created_filetime INTEGER,"
     " post_check TEXT, post_check_filetime INTEGER, db_table TEXT, container TEXT, container_id INTEGER,"
     " entry_id INTEGER, partition_id TEXT, request_headers TEXT, redirect_url TEXT, flags INTEGER,"
-    " entry_type INTEGER, sync_count INTEGER, exemption_delta INTEGER);"
+    " entry_type INTEGER, sync_count INTEGER, exemption_delta INTEGER,"
+    // A WebCache record image: where it was found, and its page (null for one carved or given by the library alone).
+    " record_state TEXT, page INTEGER);"
     "CREATE TABLE events ("
     " id INTEGER PRIMARY KEY, entry_id INTEGER NOT NULL REFERENCES entries(id),"
     " source_id INTEGER NOT NULL REFERENCES sources(id), datetime TEXT NOT NULL, timestamp_desc TEXT NOT NULL,"
@@ -87,7 +89,7 @@ bool case_database::prepare() {
         "UPDATE sources SET cache_kind = ?, size = ?, containers = ?, entries = ?, read_to_end = 1 WHERE id = ?");
     insert_entry_ = db_.prepare(
         "INSERT INTO entries VALUES (NULL, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?,"
-        " ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
+        " ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
     insert_event_ = db_.prepare("INSERT INTO events VALUES (NULL, ?, ?, ?, ?, ?)");
     end_run_ = db_.prepare("UPDATE runs SET ended = ?, status = ? WHERE id = ?");
     return insert_source_ && update_source_ && insert_entry_ && insert_event_ && end_run_;
@@ -171,7 +173,7 @@ void case_database::write(const activity_record& row) {
     entry.bind_int(++column, row.count);
     text(row.http_header);
     text(row.source_file);
-    int_or_null(!w.present, static_cast<int64_t>(row.offset));  // a record has no byte offset of its own
+    int_or_null(!w.present || w.has_offset, static_cast<int64_t>(row.offset));  // null: a record only the library gave
     answer(row.allocated);
     answer(row.hash_listed);
     const char* kind = cache_kind_name(row.cache_category);
@@ -199,6 +201,11 @@ void case_database::write(const activity_record& row) {
     int_or_null(w.present, w.type);
     int_or_null(w.present, w.sync_count);
     int_or_null(w.present, w.exemption_delta);
+    if (w.record_state != nullptr)
+        entry.bind_text(++column, w.record_state, std::strlen(w.record_state));
+    else
+        entry.bind_null(++column);
+    int_or_null(w.record_state != nullptr && std::strcmp(w.record_state, "carved") != 0, static_cast<int64_t>(w.page));
     if (!entry.run()) return fail();
     const int64_t entry_id = db_.last_id();
 

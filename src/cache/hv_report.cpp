@@ -272,7 +272,7 @@ void append_complete_row(row_buffer& line, const activity_record& row, const cmd
     text_field(&csv, row.http_header);
     put_checked(line, csv, 3, [&](const csv_fields* quoting) {
         text_field(quoting, row.source_file);
-        if (row.webcache.present)  // a database record has no byte offset of its own
+        if (row.webcache.present && !row.webcache.has_offset)  // a record only the library gave
             field(quoting, "", 0);
         else
             number(quoting, row.offset);

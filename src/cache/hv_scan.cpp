@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "cache/hv_case_db.h"
+#include "cache/hv_webcache_input.h"
 #include "cmdline/hv_cmd_params.h"
 #include "storage/hv_image.h"
 
@@ -100,19 +101,38 @@ void input_scan::use_directory_table(const uint8_t* buffer, uint32_t size) {
 // decoding of a position wins. Positions rise within a window, and the next window decodes nothing
 // below its own start, so a row below it is in its final place and is written at once; a row in the
 // overlap waits until the next window has passed it.
+//
+// WebCache record images are carved from the window's every byte, not its grid: an image is reported by
+// the window it starts in, [base, next_base), and one that may run past the window's end is read again
+// from the input as far as an image can run (a page, 32 KiB), so no window's edge cuts or repeats one.
 bool input_scan::scan_buffer(const uint8_t* buffer, uint32_t length, uint64_t base, uint64_t next_base) {
     if (lossless_) lossless_->scan_buffer(buffer, length, base, next_base);
+    carve_webcache_rows(opts_, image_, buffer, length,
+                        static_cast<size_t>(std::min<uint64_t>(length, next_base - std::min(base, next_base))), base,
+                        carved_);
     if (decoder_.whole) return scan_whole_entries(buffer, length, base, next_base);
     next_base_ = next_base;
-    size_t waiting = 0;
-    bool found = false;
+    size_t waiting = 0, carved = 0;
+    // The rows waiting from the last window and the carved ones below `position`, in offset order.
+    auto emit_below = [&](uint64_t position) {
+        for (;;) {
+            const bool held = waiting < waiting_.size() && waiting_[waiting].offset < position;
+            const bool cut = carved < carved_.size() && carved_[carved].offset < position;
+            if (!held && !cut) return;
+            if (held && (!cut || waiting_[waiting].offset <= carved_[carved].offset))
+                emit(waiting_[waiting++]);
+            else
+                emit(carved_[carved++]);
+        }
+    };
+    bool found = !carved_.empty();
     for (uint64_t at = entry_block_size; at + 4 < length; at += entry_block_size) {
         const uint32_t word = hv::le32(buffer, length, static_cast<size_t>(at));
         if (word != signature_url && word != signature_leak && word != signature_redr) continue;
         found = true;
         const uint64_t position = base + at;
         if (!names_settled_ && position + 4 >= names_end_) settle_names();
-        while (waiting < waiting_.size() && waiting_[waiting].offset < position) emit(waiting_[waiting++]);
+        emit_below(position);
         if (waiting < waiting_.size() && waiting_[waiting].offset == position) {
             emit(waiting_[waiting++]);
             continue;
@@ -120,7 +140,7 @@ bool input_scan::scan_buffer(const uint8_t* buffer, uint32_t length, uint64_t ba
         if (decode_entry_at(row_, decoder_, buffer + at, static_cast<uint32_t>(length - at), position)) emit(row_);
         if (!names_settled_) note_block_count_rewrite(position);
     }
-    while (waiting < waiting_.size()) emit(waiting_[waiting++]);
+    emit_below(UINT64_MAX);
     std::swap(waiting_, next_waiting_);
     next_waiting_.clear();
     return found;
@@ -131,7 +151,14 @@ bool input_scan::scan_buffer(const uint8_t* buffer, uint32_t length, uint64_t ba
 // decoded whole, once, wherever a window's edge falls. The input's first position is looked at too.
 bool input_scan::scan_whole_entries(const uint8_t* buffer, uint32_t length, uint64_t base, uint64_t next_base) {
     const uint64_t report_end = std::min<uint64_t>(base + length, next_base);
-    bool found = false;
+    size_t carved = 0;
+    auto write_carved_below = [&](uint64_t position) {
+        for (; carved < carved_.size() && carved_[carved].offset < position; ++carved) {
+            report_.write_row(carved_[carved]);
+            ++rows_;
+        }
+    };
+    bool found = !carved_.empty();
     for (uint64_t at = 0; base + at < report_end && at + 4 <= length; at += entry_block_size) {
         const uint64_t position = base + at;
         const uint32_t word = hv::le32(buffer, length, static_cast<size_t>(at));
@@ -157,9 +184,11 @@ bool input_scan::scan_whole_entries(const uint8_t* buffer, uint32_t length, uint
             row_.allocated = static_cast<int8_t>(container->facts.allocated(inside));
             row_.hash_listed = static_cast<int8_t>(container->facts.hash_listed(inside));
         }
+        write_carved_below(position);
         report_.write_row(row_);
         ++rows_;
     }
+    write_carved_below(UINT64_MAX);
     return found;
 }
 

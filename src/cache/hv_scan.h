@@ -49,7 +49,8 @@ public:
     // Decodes every signature of the window [base, base + length) on its 128-byte grid, from base + 128
     // to the last position 5 bytes short of the end. A position that already has a row keeps it: the
     // first decoding wins. Rows below `next_base`, where the next window starts, are written; the
-    // rest wait for it. True when at least one signature was met, whatever became of it.
+    // rest wait for it. WebCache record images anywhere in the window become "carved" rows among them.
+    // True when at least one signature was met, whatever became of it, or a record was carved.
     bool scan_buffer(const uint8_t* buffer, uint32_t length, uint64_t base, uint64_t next_base);
     // The end of the input: what waits is written, and the header row if it is still pending.
     void end_input();
@@ -92,6 +93,7 @@ private:
     entry_decoder decoder_;
     activity_record row_;
     held_rows waiting_, next_waiting_;
+    std::vector<activity_record> carved_;  // the window's carved WebCache rows, in offset order
     uint64_t next_base_ = UINT64_MAX;
     uint64_t rows_ = 0;
     image_reader* image_ = nullptr;

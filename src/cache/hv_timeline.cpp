@@ -351,7 +351,7 @@ void timeline_writer::put_jsonl_members(const activity_record& row) {
     p = put_number(put_literal(p, ",\"use_count\":"), row.count);
     text("http_header", row.http_header);
     text("source", row.source_file);
-    if (w.present)  // a database record has no byte offset of its own
+    if (w.present && !w.has_offset)  // a record only the library gave
         p = put_literal(p, ",\"offset\":null");
     else
         p = put_number(put_literal(p, ",\"offset\":"), row.offset);
@@ -372,6 +372,12 @@ void timeline_writer::put_jsonl_members(const activity_record& row) {
         p = put_number(put_literal(p, ",\"entry_type\":"), w.type);
         p = put_number(put_literal(p, ",\"sync_count\":"), w.sync_count);
         p = put_number(put_literal(p, ",\"exemption_delta\":"), w.exemption_delta);
+        if (w.record_state != nullptr) {
+            p = put_literal(p, ",\"record_state\":\"");
+            p = put_word(p, w.record_state);
+            *p++ = '"';
+            if (std::strcmp(w.record_state, "carved") != 0) p = put_number(put_literal(p, ",\"page\":"), w.page);
+        }
     }
     members_size_ = static_cast<size_t>(p - members_.data());
 }

@@ -1,7 +1,10 @@
 // The WebCache database on the file road (-f, -pipe, -enumdir): a file whose first bytes are an ESE
 // database's header is read through the webcache layer, each record becoming a row of the report.
 #pragma once
+#include <cstddef>
+#include <cstdint>
 #include <string>
+#include <vector>
 
 #include "cache/hv_activity.h"
 #include "webcache/hv_webcache.h"
@@ -23,3 +26,9 @@ void fill_activity_from_webcache(activity_record& row, const webcache_record& re
 // any other file, and for a database in a build without libesedb, which is then read as any other file
 // (said once a run).
 bool read_database(input_scan& scan, cmd_opts& opts, image_reader& file, bool& result);
+
+// The Container_N record images carved from a window `bytes` at `base` of the input, those that start
+// before `start_limit`, as "carved" rows in rising order of offset. An image the window's end cuts is
+// read again through `input` (may be null) as far as an image can run.
+void carve_webcache_rows(const cmd_opts& opts, image_reader* input, const uint8_t* bytes, size_t size,
+                         size_t start_limit, uint64_t base, std::vector<activity_record>& rows);

@@ -83,7 +83,12 @@ namespace {
     X(libesedb_table_get_column) \
     X(libesedb_table_get_number_of_columns) \
     X(libesedb_table_get_number_of_records) \
-    X(libesedb_table_get_record)
+    X(libesedb_table_get_record) \
+    X(libesedb_file_get_number_of_tables) \
+    X(libesedb_file_get_table) \
+    X(libesedb_table_get_identifier) \
+    X(libesedb_table_get_utf8_name) \
+    X(libesedb_table_get_utf8_name_size)
 
 #ifdef RAVEL_HAVE_BFIO
 #define RAVEL_BFIO_FUNCTIONS(X) \
@@ -369,6 +374,29 @@ webcache_fault webcache_database::read_containers() {
     return webcache_fault::none;
 }
 
+std::map<uint32_t, std::string> webcache_database::table_objects() const {
+    std::map<uint32_t, std::string> objects;
+    if (!library_ || library_->file == nullptr) return objects;
+    esedb_error error;
+    int count = 0;
+    if (api().libesedb_file_get_number_of_tables(library_->file, &count, &error) != 1) return objects;
+    for (int i = 0; i < count && i < static_cast<int>(container_limit); ++i) {
+        table_handle table;
+        uint32_t object = 0;
+        size_t size = 0;
+        if (api().libesedb_file_get_table(library_->file, i, &table.table, &error) != 1 ||
+            api().libesedb_table_get_identifier(table.table, &object, &error) != 1 ||
+            api().libesedb_table_get_utf8_name_size(table.table, &size, &error) != 1 || size < 2 || size > 256)
+            continue;
+        std::string name(size, '\0');
+        if (api().libesedb_table_get_utf8_name(table.table, reinterpret_cast<uint8_t*>(&name[0]), size, &error) != 1)
+            continue;
+        name.resize(std::strlen(name.c_str()));
+        objects.emplace(object, name);
+    }
+    return objects;
+}
+
 namespace {
 
 // The records of one table through `read`, which fills a record from a library record. False when the
@@ -458,6 +486,7 @@ void webcache_database::close() { containers_.clear(); }
 webcache_fault webcache_database::open(const std::string&) { return webcache_fault::not_offered; }
 webcache_fault webcache_database::open_memory(const uint8_t*, size_t) { return webcache_fault::not_offered; }
 webcache_fault webcache_database::read_containers() { return webcache_fault::not_offered; }
+std::map<uint32_t, std::string> webcache_database::table_objects() const { return {}; }
 bool webcache_database::walk(webcache_sink&) { return true; }
 
 #endif

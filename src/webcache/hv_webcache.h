@@ -5,6 +5,7 @@
 #pragma once
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -78,6 +79,8 @@ public:
     // container whose table isn't in the database has no records, and a table named twice is walked
     // once. False when the sink stopped it.
     bool walk(webcache_sink& sink);
+    // Every table's name by its object id, as the catalog has it: the id a page's header names.
+    std::map<uint32_t, std::string> table_objects() const;
 
 private:
     struct library;  // libesedb's handles

@@ -6,6 +6,7 @@
 #include "cache/hv_container.h"
 #include "cache/hv_entry.h"
 #include "cache/hv_ewf_input.h"
+#include "cache/hv_image_input.h"
 #include "cache/hv_scan.h"
 #include "cmdline/hv_cmd_params.h"
 #include "storage/hv_ewf.h"
@@ -34,6 +35,8 @@ bool scan_file(input_scan& scan, cmd_opts& opts, image_reader& file, bool& resul
 }
 
 bool process_input(input_scan& scan, cmd_opts& opts) {
+    // The image road's inputs (each file read as a file, then the media) begin and end there.
+    if (!opts.image_file.empty()) return scan_image_input(scan, opts);
     scan.begin_input();
     bool result = false;
     if (!opts.current_file.empty()) {

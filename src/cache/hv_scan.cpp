@@ -45,6 +45,7 @@ void input_scan::begin_input() {
     names_settled_ = true;
     names_end_ = 0;
     image_ = nullptr;
+    placement_ = nullptr;
     input_size_ = 0;
     find_containers_ = false;
     containers_.clear();
@@ -53,6 +54,7 @@ void input_scan::begin_input() {
         const char* road = !opts_.current_file.empty() ? "file"
                            : !opts_.partition.empty()  ? "partition"
                            : !opts_.ewf_file.empty()   ? "ewf"
+                           : !opts_.image_file.empty() ? "image"
                                                        : "vmdk";
         database->begin_input(decoder_.source, road, opts_.current_file.empty() ? decoder_.source : std::string());
     }
@@ -141,6 +143,7 @@ bool input_scan::scan_whole_entries(const uint8_t* buffer, uint32_t length, uint
             row_.allocated = static_cast<int8_t>(container->facts.allocated(inside));
             row_.hash_listed = static_cast<int8_t>(container->facts.hash_listed(inside));
         }
+        if (placement_ != nullptr && !placement_->place(row_)) continue;
         report_.write_row(row_);
         ++rows_;
     }
@@ -204,6 +207,7 @@ void input_scan::write(activity_record& row) {
     if (have_names_) {
         if (const std::string* name = directory_name_of(container_, row.directory_index)) row.directory = *name;
     }
+    if (placement_ != nullptr && !placement_->place(row)) return;
     report_.write_row(row);
     ++rows_;
 }

@@ -170,6 +170,10 @@ bool scan_image_input(input_scan& scan, cmd_opts& opts) {
         write_console_error("prob reading " + opts.image_file + ": " + reason + "\n");
         return false;
     }
+    return scan_open_image(scan, opts, image);
+}
+
+bool scan_open_image(input_scan& scan, cmd_opts& opts, tsk_image& image) {
     media_placement media;
     image_walk walk(scan, opts, media);
     image.walk(walk, head_bytes);

@@ -6,7 +6,10 @@
 
 class cmd_opts;
 class input_scan;
+class tsk_image;
 
 // Opens opts.image_file and runs the road; false, with the reason on standard error, when the image
 // won't open; true once it is open.
 bool scan_image_input(input_scan& scan, cmd_opts& opts);
+// The road over an image already open (from memory, for the fuzzers); true when the media scan ran.
+bool scan_open_image(input_scan& scan, cmd_opts& opts, tsk_image& image);

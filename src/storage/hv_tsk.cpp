@@ -69,7 +69,7 @@ struct walk_context {
     size_t head_size;
     std::string prefix;
     std::vector<uint8_t> head;
-    std::unordered_set<uint64_t> seen;  // metadata addresses met in this file system: hard links come once
+    std::unordered_set<uint64_t> seen;  // live metadata addresses met in this file system: hard links come once
     uint64_t files = 0;
     image_file facts;
 };
@@ -100,11 +100,12 @@ void collect_runs(TSK_FS_FILE* file, image_file& facts) {
 TSK_WALK_RET_ENUM visit(TSK_FS_FILE* file, const char* path, void* pointer) {
     walk_context& c = *static_cast<walk_context*>(pointer);
     if (file->name == nullptr || file->meta == nullptr || file->meta->type != TSK_FS_META_TYPE_REG) return TSK_WALK_CONT;
-    if (!c.seen.insert(file->meta->addr).second) return TSK_WALK_CONT;
+    const bool deleted = (file->name->flags & TSK_FS_NAME_FLAG_UNALLOC) || (file->meta->flags & TSK_FS_META_FLAG_UNALLOC);
+    // A deleted name may point at metadata that a live file holds now: only live names count as seen.
+    if (!deleted && !c.seen.insert(file->meta->addr).second) return TSK_WALK_CONT;
     if (++c.files % 4096 == 0) c.events->walked(c.files);
     image_file& facts = c.facts;
     facts.path = c.prefix + "/" + (path != nullptr ? path : "") + (file->name->name != nullptr ? file->name->name : "");
-    const bool deleted = (file->name->flags & TSK_FS_NAME_FLAG_UNALLOC) || (file->meta->flags & TSK_FS_META_FLAG_UNALLOC);
     facts.state = deleted ? image_file_state::deleted : image_file_state::allocated;
     facts.size = file->meta->size > 0 ? static_cast<uint64_t>(file->meta->size) : 0;
     collect_runs(file, facts);

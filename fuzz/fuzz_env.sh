@@ -3,7 +3,7 @@
 fuzz_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 fuzz_dir=$fuzz_root/fuzz
 fuzz_build=${BUILD_DIR:-$fuzz_root/build-fuzz}
-fuzz_targets=(scan container vmdk disk_start options date_text ewf image)
+fuzz_targets=(scan container vmdk disk_start options date_text ewf webcache image)
 # libewf leaks in one of its own paths (fuzz/findings/README.md); every other leak is still reported.
 export LSAN_OPTIONS=${LSAN_OPTIONS:-suppressions=$fuzz_dir/lsan.supp:print_suppressions=0}
 
@@ -32,6 +32,31 @@ fuzz_build_all() {
         { tail -30 "$fuzz_dir/logs/build.log"; echo "fuzz: build failed (see fuzz/logs/build.log)"; return 1; }
     "$fuzz_build/make_bench_inputs" seeds "$fuzz_dir/corpus" > /dev/null ||
         { echo "fuzz: writing the seed corpus failed"; return 1; }
+    fuzz_webcache_seeds
+}
+
+# The webcache seeds, in the target's form (a 2-byte slot number, then the page): the pages of the real
+# database beside the project that its rows are read from (each found by zeroing it and seeing the rows
+# change), and its header and catalog alone; the sample itself is not copied into the project. Without
+# it, a bare header.
+fuzz_webcache_seeds() {
+    local sample=$fuzz_root/../shared/fixtures/real/WebCache/WebCacheV01.dat seeds=$fuzz_dir/corpus/webcache
+    mkdir -p "$seeds"
+    webcache_pages() {
+        local slot
+        for slot in "$@"; do
+            printf "\\x$(printf %02x $((slot & 255)))\\x$(printf %02x $((slot >> 8)))"
+            dd if="$sample" bs=32768 skip="$slot" count=1 status=none
+        done
+    }
+    if [[ -f $sample ]]; then
+        webcache_pages 0 1 5 14 15 48 78 88 98 178 203 326 336 366 376 386 396 427 432 448 450 451 452 \
+            > "$seeds/sample-rows"
+        webcache_pages 0 1 5 14 15 > "$seeds/sample-catalog"
+    fi
+    { printf '\x00\x00'; head -c 240 /dev/zero; } > "$seeds/header"
+    printf '\xef\xcd\xab\x89' | dd of="$seeds/header" bs=1 seek=6 conv=notrunc status=none
+    printf '\x00\x80\x00\x00' | dd of="$seeds/header" bs=1 seek=238 conv=notrunc status=none
 }
 
 # A scratch folder for one run, in memory where the host has /dev/shm: the options target may

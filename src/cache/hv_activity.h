@@ -121,6 +121,32 @@ enum cache_kind : uint32_t {
     cache_browser = 4,
     cache_cookies = 5,
     cache_temp = 6,
+    cache_download = 7,  // a database's iedownload container
+};
+
+// What a row read from a WebCache database holds beyond the columns of an index.dat entry: its expiry
+// and sync stamps are FILETIMEs, and two more stamps and the record's own members go to the timeline.
+struct webcache_row_facts {
+    bool present = false;  // the row is a database record
+    uint64_t expires = 0, last_sync = 0, created = 0, post_check = 0;  // raw FILETIMEs, 0 for none
+    std::string table;           // Container_N, or LeakFiles for a LEAK row
+    std::string container_name;  // "" for a LEAK row
+    uint64_t container_id = 0;
+    uint64_t entry_id = 0;
+    std::string partition_id, request_headers, redirect_url;
+    uint32_t type = 0, sync_count = 0, exemption_delta = 0;
+
+    void clear() {
+        present = false;
+        expires = last_sync = created = post_check = 0;
+        table.clear();
+        container_name.clear();
+        container_id = entry_id = 0;
+        partition_id.clear();
+        request_headers.clear();
+        redirect_url.clear();
+        type = sync_count = exemption_delta = 0;
+    }
 };
 
 // Where an image road's row lies ("file state"); 0 off that road.
@@ -163,6 +189,7 @@ struct activity_record {
     // The lossless report's: 1 yes, 0 no, -1 not known (no container, or it can't tell).
     int8_t allocated;
     int8_t hash_listed;
+    webcache_row_facts webcache;
     // The image road's: the file that holds the entry's first byte, and its state.
     std::string image_file;
     int8_t file_state;
@@ -196,6 +223,7 @@ struct activity_record {
         row_text.clear();
         allocated = -1;
         hash_listed = -1;
+        if (webcache.present) webcache.clear();
         image_file.clear();
         file_state = 0;
     }

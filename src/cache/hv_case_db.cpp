@@ -23,7 +23,12 @@ const char schema[] =
     " expires TEXT, expires_dos INTEGER, last_sync TEXT, last_sync_dos INTEGER,"
     " type TEXT NOT NULL, url TEXT NOT NULL, user TEXT NOT NULL, filename TEXT NOT NULL, file_size INTEGER NOT NULL,"
     " directory TEXT NOT NULL, use_count INTEGER NOT NULL, http_header TEXT NOT NULL, source TEXT NOT NULL,"
-    " offset INTEGER NOT NULL, allocated INTEGER, hash_listed INTEGER, cache_kind TEXT NOT NULL);"
+    " offset INTEGER, allocated INTEGER, hash_listed INTEGER, cache_kind TEXT NOT NULL,"
+    // A WebCache database's record: its expiry and sync are FILETIMEs, and it has members of its own.
+    " expires_filetime INTEGER, last_sync_filetime INTEGER, created TEXT, created_filetime INTEGER,"
+    " post_check TEXT, post_check_filetime INTEGER, db_table TEXT, container TEXT, container_id INTEGER,"
+    " entry_id INTEGER, partition_id TEXT, request_headers TEXT, redirect_url TEXT, flags INTEGER,"
+    " entry_type INTEGER, sync_count INTEGER, exemption_delta INTEGER);"
     "CREATE TABLE events ("
     " id INTEGER PRIMARY KEY, entry_id INTEGER NOT NULL REFERENCES entries(id),"
     " source_id INTEGER NOT NULL REFERENCES sources(id), datetime TEXT NOT NULL, timestamp_desc TEXT NOT NULL,"
@@ -81,7 +86,8 @@ bool case_database::prepare() {
     update_source_ = db_.prepare(
         "UPDATE sources SET cache_kind = ?, size = ?, containers = ?, entries = ?, read_to_end = 1 WHERE id = ?");
     insert_entry_ = db_.prepare(
-        "INSERT INTO entries VALUES (NULL, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
+        "INSERT INTO entries VALUES (NULL, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?,"
+        " ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
     insert_event_ = db_.prepare("INSERT INTO events VALUES (NULL, ?, ?, ?, ?, ?)");
     end_run_ = db_.prepare("UPDATE runs SET ended = ?, status = ? WHERE id = ?");
     return insert_source_ && update_source_ && insert_entry_ && insert_event_ && end_run_;
@@ -113,11 +119,13 @@ void case_database::begin_input(const std::string& source, const char* road, con
 void case_database::write(const activity_record& row) {
     if (!ok_ || !in_input_) return;
     sqlite_statement& entry = *insert_entry_;
+    const webcache_row_facts& w = row.webcache;
     const bool stamped = !row.is_redr;  // a REDR entry has no stamps at all
-    timeline_stamp stamps[4];
+    const bool dos_stamped = stamped && !w.present;
+    timeline_stamp stamps[timeline_stamp::kinds];
     const size_t count = shown_stamps(row, stamps);
-    char texts[4][32];
-    size_t sizes[4] = {};
+    char texts[timeline_stamp::kinds][32];
+    size_t sizes[timeline_stamp::kinds] = {};
     for (size_t i = 0; i < count; ++i) {
         const timeline_stamp& s = stamps[i];
         sizes[s.kind] = static_cast<size_t>(put_iso_8601(texts[s.kind], s.ticks, !s.local) - texts[s.kind]);
@@ -148,11 +156,11 @@ void case_database::write(const activity_record& row) {
     int_or_null(stamped, static_cast<int64_t>(row.last_modified));
     text_or_null(timeline_stamp::last_access);
     int_or_null(stamped, static_cast<int64_t>(row.last_access));
-    int_or_null(row.is_leak, dos_value(row.second_stamp));
+    int_or_null(row.is_leak && !w.present, dos_value(row.second_stamp));
     text_or_null(timeline_stamp::expires);
-    int_or_null(stamped, dos_value(row.expires));
+    int_or_null(dos_stamped, dos_value(row.expires));
     text_or_null(timeline_stamp::last_sync);
-    int_or_null(stamped, dos_value(row.last_sync));
+    int_or_null(dos_stamped, dos_value(row.last_sync));
     const size_t type = type_size(row);
     entry.bind_text(++column, row.signature.data(), type);
     text(row.url);
@@ -163,11 +171,34 @@ void case_database::write(const activity_record& row) {
     entry.bind_int(++column, row.count);
     text(row.http_header);
     text(row.source_file);
-    entry.bind_int(++column, static_cast<int64_t>(row.offset));
+    int_or_null(!w.present, static_cast<int64_t>(row.offset));  // a record has no byte offset of its own
     answer(row.allocated);
     answer(row.hash_listed);
     const char* kind = cache_kind_name(row.cache_category);
     entry.bind_text(++column, kind, std::strlen(kind));
+    auto member = [&](const std::string& value) {
+        if (w.present)
+            text(value);
+        else
+            entry.bind_null(++column);
+    };
+    int_or_null(w.present, static_cast<int64_t>(w.expires));
+    int_or_null(w.present, static_cast<int64_t>(w.last_sync));
+    text_or_null(timeline_stamp::created);
+    int_or_null(w.present, static_cast<int64_t>(w.created));
+    text_or_null(timeline_stamp::post_check);
+    int_or_null(w.present, static_cast<int64_t>(w.post_check));
+    member(w.table);
+    member(w.container_name);
+    int_or_null(w.present, static_cast<int64_t>(w.container_id));
+    int_or_null(w.present, static_cast<int64_t>(w.entry_id));
+    member(w.partition_id);
+    member(w.request_headers);
+    member(w.redirect_url);
+    int_or_null(w.present, row.flags);
+    int_or_null(w.present, w.type);
+    int_or_null(w.present, w.sync_count);
+    int_or_null(w.present, w.exemption_delta);
     if (!entry.run()) return fail();
     const int64_t entry_id = db_.last_id();
 

@@ -53,14 +53,6 @@ private:
     uint8_t head_[head_size];
 };
 
-// ":2013031020130311:", as a daily or weekly history URL opens.
-bool starts_with_date_range(const std::string& url) {
-    if (url.size() < 18 || url[0] != ':' || url[17] != ':') return false;
-    for (size_t i = 1; i < 17; ++i)
-        if (url[i] < '0' || url[i] > '9') return false;
-    return true;
-}
-
 // The file name, when its offset lies inside the entry; 1, as the entry stands whether or not it has one.
 template <typename Clean>
 int read_file_name(URL_OR_LEAK_ACTIVITY_RECORD& record, const entry_bytes& bytes, uint32_t remaining,
@@ -77,6 +69,13 @@ const char user_mark[] = "~U:";
 constexpr size_t user_mark_size = sizeof(user_mark) - 1;
 
 }  // namespace
+
+bool starts_with_date_range(const std::string& url) {
+    if (url.size() < 18 || url[0] != ':' || url[17] != ':') return false;
+    for (size_t i = 1; i < 17; ++i)
+        if (url[i] < '0' || url[i] > '9') return false;
+    return true;
+}
 
 void URL_OR_LEAK_ACTIVITY_RECORD::clear() {
     header.clear();

@@ -61,6 +61,9 @@ struct entry_decoder {
 int decode_entry_at(activity_record& row, entry_decoder& decoder, const uint8_t* entry, uint32_t remaining,
                     uint64_t position);
 
+// Whether `url` opens with a date range, ":2013031020130311:", as a daily or weekly history URL does.
+bool starts_with_date_range(const std::string& url);
+
 // Keeps commas and line ends out of a report field: "," -> ";", trim, CR -> " ", LF -> ";".
 void clean_field(std::string& text);
 

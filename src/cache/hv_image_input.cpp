@@ -12,16 +12,19 @@
 #include "foundation/hv_console.h"
 #include "storage/hv_image.h"
 #include "storage/hv_tsk.h"
+#include "webcache/hv_ese_header.h"
 
 namespace {
 
-// Enough of a file's first bytes to know a container by its header.
-constexpr size_t head_bytes = 16;
+// Enough of a file's first bytes to know a container or a database by its header.
+constexpr size_t head_bytes = ESE_FILE_HEADER::size;
 
-// Whether a file found in the image goes through the file road: a container, by its header.
+// Whether a file found in the image goes through the file road: a container or a WebCache database, by
+// its header.
 bool read_as_file(const uint8_t* head, size_t size) {
     static const char container[] = "Client UrlCache";
-    return size >= sizeof container - 1 && std::memcmp(head, container, sizeof container - 1) == 0;
+    if (size >= sizeof container - 1 && std::memcmp(head, container, sizeof container - 1) == 0) return true;
+    return looks_like_ese_database(head, size);
 }
 
 int8_t state_of(image_file_state state) {
@@ -37,7 +40,8 @@ public:
         const auto& runs = file_.runs;
         auto it = std::upper_bound(runs.begin(), runs.end(), row.offset,
                                    [](uint64_t at, const image_file_run& run) { return at < run.file_offset; });
-        if (it != runs.begin() && row.offset - (it - 1)->file_offset < (it - 1)->length)
+        // A database's record has no offset of its own.
+        if (!row.webcache.present && it != runs.begin() && row.offset - (it - 1)->file_offset < (it - 1)->length)
             row.offset = (it - 1)->media_offset + (row.offset - (it - 1)->file_offset);
         row.image_file = path_;
         row.file_state = state_of(file_.state);
@@ -118,7 +122,7 @@ public:
         file_placement placement(facts, facts.path);
         scan_.set_placement(&placement);
         bool gave_rows = false;
-        const bool read = scan_file(scan_, opts_, content, gave_rows);
+        const bool read = scan_one_file(scan_, opts_, content, gave_rows);
         scan_.end_input();
         opts_.current_file.clear();
         opts_.cache_category = category;

@@ -1,5 +1,5 @@
-// The -image road: an evidence image opened through libtsk. Each cache file its file systems hold is
-// read as a file, through the file road's own entry point, its rows tied to its path; then the whole
+// The -image road: an evidence image opened through libtsk. Each cache file its file systems hold (a
+// container or a WebCache database) is read as a file, through the file road's own entry point, its rows tied to its path; then the whole
 // media goes through the device road, its rows tied to the file (or free space) that holds them, and
 // no entry of a file already read comes twice.
 #pragma once

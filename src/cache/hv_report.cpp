@@ -191,6 +191,11 @@ void append_stamps(row_buffer& line, const activity_record& row, const cmd_opts&
         stamp(stamps.filetime(row.last_access, texts), utc, sizeof utc - 1);
     else  // only a LEAK row falls back on its DOS access stamp
         stamp(row.is_leak && row.second_stamp.date_word != 0 && stamps.dos(row.second_stamp, texts), utc, sizeof utc - 1);
+    if (row.webcache.present) {  // a database keeps these two as FILETIMEs too
+        stamp(row.webcache.expires != 0 && stamps.filetime(row.webcache.expires, texts), utc, sizeof utc - 1);
+        stamp(row.webcache.last_sync != 0 && stamps.filetime(row.webcache.last_sync, texts), utc, sizeof utc - 1);
+        return;
+    }
     stamp(row.expires.date_word != 0 && stamps.dos(row.expires, texts), utc, sizeof utc - 1);
     stamp(row.last_sync.date_word != 0 && stamps.dos(row.last_sync, texts), utc, sizeof utc - 1);
 }
@@ -268,7 +273,10 @@ void append_complete_row(row_buffer& line, const activity_record& row, const cmd
     text_field(&csv, row.http_header);
     put_checked(line, csv, 5, [&](const csv_fields* quoting) {
         text_field(quoting, row.source_file);
-        number(quoting, row.offset);
+        if (row.webcache.present)  // a database record has no byte offset of its own
+            field(quoting, "", 0);
+        else
+            number(quoting, row.offset);
         static const char* const answers[] = {"", "no", "yes"};
         field(quoting, answers[row.allocated + 1], std::strlen(answers[row.allocated + 1]));
         field(quoting, answers[row.hash_listed + 1], std::strlen(answers[row.hash_listed + 1]));

@@ -59,12 +59,24 @@ public:
     bool scan_buffer(const uint8_t* buffer, uint32_t length, uint64_t base, uint64_t next_base);
     // The end of the input: what waits is written, and the header row if it is still pending.
     void end_input();
+    // A row made elsewhere than in the windows (a database's record), written as it comes.
+    void write_record_row(const activity_record& row) {
+        if (placement_ != nullptr) {  // the image road ties it to its file, on a copy
+            placed_ = row;
+            if (!placement_->place(placed_)) return;
+            report_.write_row(placed_);
+        } else {
+            report_.write_row(row);
+        }
+        ++rows_;
+    }
     // False once the report stream or the database has failed: nothing more will reach it.
     bool report_ok() const { return report_.ok(); }
     // Rows of the input so far, written or waiting.
     uint64_t rows() const { return rows_ + waiting_.size() + next_waiting_.size(); }
 
     std::vector<uint8_t> buffer;  // what a reader can't lend is read here, input after input
+    bool told_databases_not_read = false;  // a build without libesedb says so once a run
 
 private:
     // A container the lossless report found, and the stretch of the input it holds.
@@ -90,6 +102,7 @@ private:
     uint64_t rows_ = 0;
     image_reader* image_ = nullptr;
     row_placement* placement_ = nullptr;
+    activity_record placed_;
     uint64_t input_size_ = 0;
     bool find_containers_ = false;
     std::vector<container_span> containers_;  // found so far in this input, the latest last

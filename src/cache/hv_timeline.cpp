@@ -177,26 +177,36 @@ size_t type_size(const activity_record& row) {
 }
 
 const char* cache_kind_name(uint32_t category) {
-    static const char* const kinds[] = {"unknown", "unknown", "history", "daily_history", "browser_cache", "cookies", "temp"};
-    return kinds[category < 7 ? category : 0];
+    static const char* const kinds[] = {"unknown", "unknown", "history", "daily_history", "browser_cache", "cookies", "temp",
+                                        "download"};
+    return kinds[category < 8 ? category : 0];
 }
 
-const char* const timeline_stamp::descriptions[4] = {"Last Modified", "Last Accessed", "Expires", "Last Checked"};
+const char* const timeline_stamp::descriptions[timeline_stamp::kinds] = {
+    "Last Modified", "Last Accessed", "Expires", "Last Checked", "Created", "Post Check"};
 
-size_t shown_stamps(const activity_record& row, timeline_stamp (&out)[4]) {
+size_t shown_stamps(const activity_record& row, timeline_stamp (&out)[timeline_stamp::kinds]) {
     size_t count = 0;
     uint64_t ticks = 0;
-    if (filetime_date(row.last_modified, ticks))
-        out[count++] = {timeline_stamp::last_modified, row.is_local_time, static_cast<int64_t>(ticks)};
+    auto add = [&](timeline_stamp::which kind, bool local) { out[count++] = {kind, local, static_cast<int64_t>(ticks)}; };
+    if (filetime_date(row.last_modified, ticks)) add(timeline_stamp::last_modified, row.is_local_time);
     // Only a LEAK row falls back on its DOS access stamp, and only when the FILETIME is unset.
     if (row.last_access != 0 ? filetime_date(row.last_access, ticks) : row.is_leak && dos_date(row.second_stamp, ticks))
-        out[count++] = {timeline_stamp::last_access, false, static_cast<int64_t>(ticks)};
-    if (dos_date(row.expires, ticks)) out[count++] = {timeline_stamp::expires, false, static_cast<int64_t>(ticks)};
-    if (dos_date(row.last_sync, ticks)) out[count++] = {timeline_stamp::last_sync, false, static_cast<int64_t>(ticks)};
+        add(timeline_stamp::last_access, false);
+    if (row.webcache.present) {  // a database record: every stamp a FILETIME, two more of them
+        const webcache_row_facts& w = row.webcache;
+        if (filetime_date(w.expires, ticks)) add(timeline_stamp::expires, false);
+        if (filetime_date(w.last_sync, ticks)) add(timeline_stamp::last_sync, false);
+        if (filetime_date(w.created, ticks)) add(timeline_stamp::created, false);
+        if (filetime_date(w.post_check, ticks)) add(timeline_stamp::post_check, false);
+        return count;
+    }
+    if (dos_date(row.expires, ticks)) add(timeline_stamp::expires, false);
+    if (dos_date(row.last_sync, ticks)) add(timeline_stamp::last_sync, false);
     return count;
 }
 
-size_t timeline_stamps(const activity_record& row, timeline_stamp (&out)[4]) {
+size_t timeline_stamps(const activity_record& row, timeline_stamp (&out)[timeline_stamp::kinds]) {
     const size_t shown = shown_stamps(row, out);
     size_t count = 0;
     for (size_t i = 0; i < shown; ++i) {
@@ -309,15 +319,24 @@ void timeline_writer::put_name(const activity_record& row) {
     }
     put_literal(name_, "in ");
     name_.put(row.source_file);
-    put_literal(name_, " at ");
-    name_.put_decimal(row.offset);
+    if (row.webcache.present) {
+        put_literal(name_, " table ");
+        name_.put(row.webcache.table);
+        put_literal(name_, " entry ");
+        name_.put_decimal(row.webcache.entry_id);
+    } else {
+        put_literal(name_, " at ");
+        name_.put_decimal(row.offset);
+    }
     name_.put(')');
 }
 
 // From "message" to "cache_kind", with no braces: each event puts its own members around them.
 void timeline_writer::put_jsonl_members(const activity_record& row) {
-    const std::string* texts[] = {&row.url,         &row.user,        &row.file_name, &row.directory,
-                                  &row.http_header, &row.source_file, &row.image_file};
+    const webcache_row_facts& w = row.webcache;
+    const std::string* texts[] = {&row.url,         &row.user,         &row.file_name,         &row.directory,
+                                  &row.http_header, &row.source_file,  &w.table,               &w.container_name,
+                                  &w.partition_id,  &w.request_headers, &w.redirect_url,        &row.image_file};
     // A byte takes at most six in JSON ("\u00XX"); 256 for the member names, numbers and words.
     size_t most = name_.size() + 256;
     for (const std::string* text : texts) most += text->size();
@@ -342,7 +361,10 @@ void timeline_writer::put_jsonl_members(const activity_record& row) {
     p = put_number(put_literal(p, ",\"use_count\":"), row.count);
     text("http_header", row.http_header);
     text("source", row.source_file);
-    p = put_number(put_literal(p, ",\"offset\":"), row.offset);
+    if (w.present)  // a database record has no byte offset of its own
+        p = put_literal(p, ",\"offset\":null");
+    else
+        p = put_number(put_literal(p, ",\"offset\":"), row.offset);
     p = put_json_answer(put_literal(p, ",\"allocated\":"), row.allocated);
     p = put_json_answer(put_literal(p, ",\"hash_listed\":"), row.hash_listed);
     if (row.file_state != 0) {  // the image road's two members
@@ -354,30 +376,45 @@ void timeline_writer::put_jsonl_members(const activity_record& row) {
     p = put_literal(p, ",\"cache_kind\":\"");
     p = put_word(p, cache_kind_name(row.cache_category));
     *p++ = '"';
+    if (w.present) {
+        text("table", w.table);
+        text("container", w.container_name);
+        p = put_number(put_literal(p, ",\"container_id\":"), w.container_id);
+        p = put_number(put_literal(p, ",\"entry_id\":"), w.entry_id);
+        text("partition_id", w.partition_id);
+        text("request_headers", w.request_headers);
+        text("redirect_url", w.redirect_url);
+        p = put_number(put_literal(p, ",\"flags\":"), row.flags);
+        p = put_number(put_literal(p, ",\"entry_type\":"), w.type);
+        p = put_number(put_literal(p, ",\"sync_count\":"), w.sync_count);
+        p = put_number(put_literal(p, ",\"exemption_delta\":"), w.exemption_delta);
+    }
     members_size_ = static_cast<size_t>(p - members_.data());
 }
 
 void timeline_writer::write(std::ostream& out, const activity_record& row) {
-    timeline_stamp stamps[4];
+    timeline_stamp stamps[timeline_stamp::kinds];
     const size_t count = timeline_stamps(row, stamps);
     if (form_ == timeline_form::jsonl && count == 0) return;
     put_name(row);
 
     if (form_ == timeline_form::body) {
-        // MD5|name|inode|mode|UID|GID|size|atime|mtime|ctime|crtime; expiry has no place in it.
-        int64_t seconds[4] = {};
+        // MD5|name|inode|mode|UID|GID|size|atime|mtime|ctime|crtime; expiry and post check have no place
+        // in it, and only a database record has a creation time.
+        int64_t seconds[timeline_stamp::kinds] = {};
         for (size_t i = 0; i < count; ++i) seconds[stamps[i].kind] = unix_seconds(stamps[i].ticks);
         line_.clear();
         put_literal(line_, "0|");
         put_body_text(line_, name_.data(), name_.size());
         put_literal(line_, "|0|0|0|0|");
         line_.put_decimal(row.file_size);
-        for (timeline_stamp::which kind : {timeline_stamp::last_access, timeline_stamp::last_modified, timeline_stamp::last_sync}) {
+        for (timeline_stamp::which kind : {timeline_stamp::last_access, timeline_stamp::last_modified,
+                                           timeline_stamp::last_sync, timeline_stamp::created}) {
             char digits[24];
             digits[0] = '|';
             line_.put(digits, static_cast<size_t>(std::to_chars(digits + 1, digits + sizeof digits, seconds[kind]).ptr - digits));
         }
-        put_literal(line_, "|0\n");
+        line_.put('\n');
         out.write(line_.data(), static_cast<std::streamsize>(line_.size()));
         return;
     }

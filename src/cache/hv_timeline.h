@@ -12,8 +12,10 @@
 
 // One set stamp of a row.
 struct timeline_stamp {
-    enum which : uint8_t { last_modified, last_access, expires, last_sync };
-    static const char* const descriptions[4];  // jsonl's timestamp_desc of each
+    // The report's four, then two that only a database record has.
+    enum which : uint8_t { last_modified, last_access, expires, last_sync, created, post_check };
+    static constexpr size_t kinds = 6;
+    static const char* const descriptions[kinds];  // jsonl's timestamp_desc of each
     which kind;
     bool local;     // the report labels it " local"
     int64_t ticks;  // in 100 ns since 1601-01-01: as stored, or the instant (timeline_stamps)
@@ -21,14 +23,15 @@ struct timeline_stamp {
 
 // The row's stamps that the report shows as a date, and only those, in its column order, as stored:
 // a local one is the calendar of the examined machine's clock.
-size_t shown_stamps(const activity_record& row, timeline_stamp (&out)[4]);
+size_t shown_stamps(const activity_record& row, timeline_stamp (&out)[timeline_stamp::kinds]);
 // The same as instants: a local stamp's calendar read as the local time of TZ (mktime), and left out
 // when the C library can't place it.
-size_t timeline_stamps(const activity_record& row, timeline_stamp (&out)[4]);
+size_t timeline_stamps(const activity_record& row, timeline_stamp (&out)[timeline_stamp::kinds]);
 
 // The length of the row's signature without the blank of "URL ": its type as jsonl writes it.
 size_t type_size(const activity_record& row);
-// The cache kind as jsonl writes it: "unknown", "history", "daily_history", "browser_cache", "cookies", "temp".
+// The cache kind as jsonl writes it: "unknown", "history", "daily_history", "browser_cache", "cookies", "temp",
+// "download".
 const char* cache_kind_name(uint32_t category);
 
 // "2015-03-02T08:30:00.250", and "Z" behind it for a UTC time; 24 bytes at most.

@@ -1,7 +1,8 @@
-// A build with the E01, image and streamOptimized roads and the case database switched off (RAVEL_EWF,
-// RAVEL_TSK, RAVEL_ZLIB, RAVEL_SQLITE), as on a machine without libewf-dev, libtsk-dev, zlib1g-dev and
-// libsqlite3-dev: it builds, -ewf, -image and -sqlite are refused alike, and a streamOptimized disk is refused by name. The build
-// is made once, in a folder of this build's, and only ravel.
+// A build with the E01, image, streamOptimized and WebCache roads and the case database switched off
+// (RAVEL_EWF, RAVEL_TSK, RAVEL_ZLIB, RAVEL_ESEDB, RAVEL_SQLITE), as on a machine without libewf-dev,
+// libtsk-dev, zlib1g-dev, libesedb-dev and libsqlite3-dev: it builds, -ewf, -image and -sqlite are refused
+// alike, a streamOptimized disk is refused by name, and a database is read as any other file, said once.
+// The build is made once, in a folder of this build's, and only ravel.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
@@ -31,10 +32,11 @@ run_result run_other(const std::string& binary, const std::vector<std::string>& 
 
 }  // namespace
 
-TEST(BuildOptionsE2E, WithoutTheLibrariesTheirOptionsAreRefused) {
+TEST(BuildOptionsE2E, WithoutTheLibrariesTheirInputsAreRefused) {
     const std::string build = std::string(RAVEL_BUILD_DIR) + "/without-libraries";
     ASSERT_TRUE(shell("cmake -S " + quoted(RAVEL_SOURCE_DIR) + " -B " + quoted(build) +
-                      " -DRAVEL_EWF=OFF -DRAVEL_TSK=OFF -DRAVEL_ZLIB=OFF -DRAVEL_SQLITE=OFF -DRAVEL_TESTS=OFF -DCMAKE_BUILD_TYPE=Debug && "
+                      " -DRAVEL_EWF=OFF -DRAVEL_TSK=OFF -DRAVEL_ZLIB=OFF -DRAVEL_ESEDB=OFF -DRAVEL_SQLITE=OFF"
+                      " -DRAVEL_TESTS=OFF -DCMAKE_BUILD_TYPE=Debug && "
                       "cmake --build " + quoted(build) + " -j2 --target ravel"))
         << "the build without the libraries failed";
     const std::string ravel = build + "/ravel";
@@ -57,4 +59,17 @@ TEST(BuildOptionsE2E, WithoutTheLibrariesTheirOptionsAreRefused) {
     EXPECT_EQ(stream.err, "disk.vmdk can't be opened: compressed grains are not offered in this build\n\n"
                           "suggested array: -vmdk \"disk.vmdk\"\n" + long_erase);
     EXPECT_EQ(after_preamble(stream.out), "");
+
+    // Only a database's header: the signature EF CD AB 89 at 4, a page size of 32 KiB at 236.
+    std::string header(4096, '\0');
+    header.replace(4, 4, "\xEF\xCD\xAB\x89");
+    header.replace(236, 4, std::string("\x00\x80\x00\x00", 4));
+    ASSERT_TRUE(write_file(dir.file("a/WebCacheV01.dat"), header) && write_file(dir.file("b/WebCacheV01.dat"), header));
+    const run_result database = run_other(ravel, {"-enumdir", dir.path(), "-num_subdirs", "1", "-filter", "*.dat"}, dir.path());
+    EXPECT_EQ(database.status, 0);
+    const std::string said = ": WebCache databases are not read in this build, it is read as any other file\n";
+    const size_t first = database.err.find(said);
+    EXPECT_NE(first, std::string::npos) << database.err;
+    EXPECT_EQ(database.err.find(said, first + 1), std::string::npos) << "said more than once";
+    EXPECT_NE(database.err.find("probs parsing file: "), std::string::npos) << database.err;
 }

@@ -1,8 +1,8 @@
 // Disks made by the real tools, in the test: a FAT volume (mkfs.fat, mtools) holding a profile tree with a
 // container written into the holes of a full volume, a live History and a deleted container, and an ext4
-// volume (mkfs.ext4 -d) with another History, behind an MBR partition table (sfdisk). -image ties each
-// row to its file: a live container gives the rows of its own file on -f, the deleted one's come out
-// "deleted", no entry comes twice; every format libtsk opens gives the same rows; a damaged volume is told
+// volume (mkfs.ext4 -d) with another History and a WebCache database, behind an MBR partition table
+// (sfdisk). -image ties each row to its file: a live container or database gives the rows of its own file
+// on -f, the deleted container's come out "deleted", no entry comes twice; every format libtsk opens gives the same rows; a damaged volume is told
 // and still carved. An NTFS volume (mkntfs, written through an ntfs-3g mount) runs when FUSE mounts work.
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "storage/hv_tsk.h"
+#include "webcache/hv_webcache.h"
 #include "support/images.h"
 #include "support/read_csv.h"
 #include "support/run_ravel.h"
@@ -27,10 +28,12 @@ const std::string alice = "Users/alice/AppData/Local/Microsoft/Windows";
 const std::string content = alice + "/Temporary Internet Files/Content.IE5/index.dat";
 const std::string history = alice + "/History/History.IE5/index.dat";
 const std::string erin = "Users/erin/AppData/Local/Microsoft/Windows/History/History.IE5/index.dat";
+const std::string database = "Users/erin/AppData/Local/Microsoft/Windows/WebCache/WebCacheV01.dat";
 constexpr size_t source_column = 16, offset_column = 17, image_file_column = 20, state_column = 21;
 
 std::string missing_image_road() {
     if (!tsk_image::offered()) return "ravel built without libtsk (Debian package libtsk-dev)";
+    if (!webcache_database::offered()) return "ravel built without libesedb (Debian package libesedb-dev)";
     std::string missing = missing_real_fixtures();
     for (const std::string& tools : {missing_tools({"mkfs.fat"}, "dosfstools"), missing_tools({"mmd", "mcopy", "mdel"}, "mtools"),
                                      missing_tools({"sfdisk"}, "fdisk"), missing_tools({"mkfs.ext4"}, "e2fsprogs")})
@@ -39,8 +42,10 @@ std::string missing_image_road() {
 }
 
 std::string real(const std::string& name) { return real_fixtures_dir() + "/" + name + "/index.dat"; }
+std::string real_database() { return real_fixtures_dir() + "/WebCache/WebCacheV01.dat"; }
 
-// The disk in `dir`/disk.raw: FAT at sector 2048, ext4 at sector 36864.
+// The disk in `dir`/disk.raw: FAT at sector 2048, ext4 (with erin's History and WebCache database) at
+// sector 36864.
 bool make_disk(const temp_dir& dir) {
     const std::string d = testsupport::quoted(dir.path());
     std::string script = "set -e; cd " + d + "; export MTOOLS_SKIP_CHECK=1; mkfs.fat -C -s 1 -S 512 fat.img 16384; ";
@@ -62,8 +67,11 @@ bool make_disk(const temp_dir& dir) {
     script += "mcopy -i fat.img " + testsupport::quoted(real("deleted")) + " ::/Users/bob/History/index.dat; ";
     script += "mdel -i fat.img ::/Users/bob/History/index.dat; ";
     script += "mkdir -p " + testsupport::quoted("tree/" + erin.substr(0, erin.rfind('/'))) + "; cp " + testsupport::quoted(real("History.IE5")) + " " +
-              testsupport::quoted("tree/" + erin) + "; mkfs.ext4 -q -F -b 1024 -d tree ext.img 8M; ";
-    script += "truncate -s 48M disk.raw; printf 'start=2048, size=32768, type=c\\nstart=36864, size=16384, type=83\\n' | "
+              testsupport::quoted("tree/" + erin) + "; mkdir -p " +
+              testsupport::quoted("tree/" + database.substr(0, database.rfind('/'))) + "; cp " +
+              testsupport::quoted(real_database()) + " " + testsupport::quoted("tree/" + database) +
+              "; mkfs.ext4 -q -F -b 4096 -d tree ext.img 24M; ";
+    script += "truncate -s 64M disk.raw; printf 'start=2048, size=32768, type=c\\nstart=36864, size=49152, type=83\\n' | "
               "sfdisk -q disk.raw; dd if=fat.img of=disk.raw bs=512 seek=2048 conv=notrunc status=none; "
               "dd if=ext.img of=disk.raw bs=512 seek=36864 conv=notrunc status=none";
     return write_file(dir.file("make.sh"), script) && shell("sh " + testsupport::quoted(dir.file("make.sh")));
@@ -106,7 +114,8 @@ TEST(ImageE2E, RowsAreTiedToTheFilesThatHoldThem) {
     std::set<std::string> offsets, deleted_urls;
     for (const csv_record& row : rows) {
         ASSERT_EQ(row.size(), 22u);
-        EXPECT_TRUE(offsets.insert(row[offset_column]).second) << "entry twice at " << row[offset_column];
+        EXPECT_TRUE(row[offset_column].empty() || offsets.insert(row[offset_column]).second)
+            << "entry twice at " << row[offset_column];
         if (row[state_column] == "deleted") deleted_urls.insert(row[9]);
         if (row[source_column] != "disk.raw") by_file[row[source_column]].push_back(row);
     }
@@ -126,7 +135,18 @@ TEST(ImageE2E, RowsAreTiedToTheFilesThatHoldThem) {
         }
         EXPECT_EQ(image_rows, file_rows(dir, file.fixture, file.path.substr(file.path.find('/') + 1))) << file.path;
     }
-    EXPECT_EQ(by_file.size(), 3u);
+    // The database's records, as -f gives them: no offset of their own.
+    std::vector<csv_record> records, file_records;
+    for (const csv_record& row : by_file["disk.raw:36864:/" + database]) {
+        EXPECT_EQ(row[offset_column], "");
+        EXPECT_EQ(row[image_file_column] + " " + row[state_column], "36864:/" + database + " allocated");
+        records.push_back(content_of(row));
+    }
+    for (const csv_record& row : complete_rows(run_ravel({"-f", real_database(), "-complete"}).out))
+        file_records.push_back(content_of(row));
+    EXPECT_FALSE(records.empty());
+    EXPECT_EQ(records, file_records);
+    EXPECT_EQ(by_file.size(), 4u);
     // The deleted container's entries come from the media scan, tied to its deleted name.
     std::set<std::string> fixture_urls;
     for (const csv_record& row : complete_rows(run_ravel({"-f", real("deleted"), "-complete"}).out)) fixture_urls.insert(row[9]);
@@ -141,7 +161,8 @@ TEST(ImageE2E, RowsAreTiedToTheFilesThatHoldThem) {
     for (const csv_record& row : read_csv(after_preamble(run_ravel({"-image", "disk.raw"}, "", {}, dir.path()).out)))
         sources.insert(row.back());
     EXPECT_EQ(sources, (std::set<std::string>{"index.dat filename", "disk.raw", "disk.raw:2048:/" + content,
-                                               "disk.raw:2048:/" + history, "disk.raw:36864:/" + erin}));
+                                               "disk.raw:2048:/" + history, "disk.raw:36864:/" + erin,
+                                               "disk.raw:36864:/" + database}));
 
     // The timeline says the same.
     const std::string jsonl = run_ravel({"-image", "disk.raw", "-timeline", "jsonl"}, "", {}, dir.path()).out;

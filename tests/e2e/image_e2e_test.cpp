@@ -218,7 +218,8 @@ TEST(ImageE2E, AVolumeWithoutAFileSystemIsToldAndCarved) {
     EXPECT_EQ(after_preamble(missing.out), "");
 }
 
-// NTFS written through ntfs-3g: needs root and a FUSE mount.
+// NTFS written through ntfs-3g, with a container in fragments and a deleted one: needs root and a FUSE
+// mount.
 TEST(ImageE2E, NtfsVolumeWrittenThroughNtfs3g) {
     RAVEL_NEEDS(missing_image_road());
     RAVEL_NEEDS(missing_tools({"mkntfs", "ntfs-3g"}, "ntfs-3g"));
@@ -229,8 +230,11 @@ TEST(ImageE2E, NtfsVolumeWrittenThroughNtfs3g) {
     const bool mounted = shell("cd " + d + " && truncate -s 16M ntfs.img && mkntfs -q -F -f ntfs.img && mkdir mnt && "
                                "ntfs-3g ntfs.img mnt");
     RAVEL_NEEDS(mounted ? "" : "the ntfs-3g mount failed (FUSE)");
-    const bool written = shell("cd " + d + " && mkdir -p " + testsupport::quoted(folder) + " mnt/Users/dave/History && cp " +
-                               testsupport::quoted(real("Content.IE5")) + " " + testsupport::quoted("mnt/" + content) + " && cp " +
+    // The container is written 8 KiB at a time, a filler file after each piece: it lies in fragments.
+    const bool written = shell("cd " + d + " && mkdir -p " + testsupport::quoted(folder) + " mnt/Users/dave/History && " +
+                               "split -b 8192 -d " + testsupport::quoted(real("Content.IE5")) + " part. && " +
+                               "head -c 8192 /dev/zero | tr '\\0' 'f' > filler && for p in part.*; do cat $p >> " +
+                               testsupport::quoted("mnt/" + content) + " && sync && cp filler mnt/$p && sync || exit 1; done && cp " +
                                testsupport::quoted(real("deleted")) + " mnt/Users/dave/History/index.dat && sync && "
                                "rm mnt/Users/dave/History/index.dat");
     ASSERT_TRUE(shell("cd " + d + " && umount mnt") && written);

@@ -87,11 +87,11 @@ TEST(WebcacheE2E, SampleGivesTheRowsOfTheLibrarysExport) {
     std::multiset<std::string> rows;  // url | access date | access time | count | size | file name
     size_t url_rows = 0;
     for (const csv_record& f : read_csv(after_preamble(run.out))) {
-        ASSERT_EQ(f.size(), 20u);
+        ASSERT_EQ(f.size(), 22u);
         if (f[8] != "URL ") continue;
         ++url_rows;
         EXPECT_EQ(f[16], db);
-        EXPECT_EQ(f[17] + f[18] + f[19], "yes");
+        EXPECT_EQ(f[17] + f[18] + f[19] + f[20] + f[21], "yes");
         rows.insert(f[9] + "|" + f[2] + "|" + f[3] + "|" + f[14] + "|" + f[12] + "|" + f[11]);
     }
 

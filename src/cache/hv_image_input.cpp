@@ -1,6 +1,7 @@
 #include "cache/hv_image_input.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -25,6 +26,13 @@ bool read_as_file(const uint8_t* head, size_t size) {
     static const char container[] = "Client UrlCache";
     if (size >= sizeof container - 1 && std::memcmp(head, container, sizeof container - 1) == 0) return true;
     return looks_like_ese_database(head, size);
+}
+
+// A name that cache files go by: one whose first bytes won't read is worth a word.
+bool cache_file_name(const std::string& path) {
+    std::string name = path.substr(path.rfind('/') + 1);
+    for (char& c : name) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return name == "index.dat" || name == "webcachev01.dat";
 }
 
 int8_t state_of(image_file_state state) {
@@ -113,7 +121,13 @@ public:
         span_index& spans = facts.state == image_file_state::deleted ? media_.deleted : media_.live;
         for (const image_file_run& run : facts.runs) spans.add(run.media_offset, run.length, index);
         // Deleted files are left to the media scan: their clusters may hold another file's bytes now.
-        if (facts.state != image_file_state::allocated || !read_as_file(head, head_size) || !scan_.report_ok()) return;
+        if (facts.state != image_file_state::allocated || !scan_.report_ok()) return;
+        if (head_size == 0 && facts.size != 0 && cache_file_name(facts.path)) {
+            tell("prob reading " + opts_.image_file + ": " + facts.path +
+                 ": its clusters could not be read, scanned as raw bytes");
+            return;
+        }
+        if (!read_as_file(head, head_size)) return;
 
         // The file road's own entry point, as for -f of this file: its path gives the cache kind.
         const uint32_t category = opts_.cache_category;

@@ -235,7 +235,7 @@ int decode_entry_at(activity_record& row, entry_decoder& decoder, const uint8_t*
     if (decode_url_or_leak(record, entry, 0, remaining, decoder.whole)) {
         if (record.header.block_count() >= max_entry_blocks) return 0;
         record.offset = position;
-        fill_activity_from_url_or_leak(row, std::move(record), decoder.opts, decoder.source);
+        fill_activity_from_url_or_leak(row, std::move(record), decoder.opts, decoder.source, decoder.whole);
         return 1;
     }
     // A failed URL entry isn't retried as anything else: decode_redr tests the signature.
@@ -288,7 +288,8 @@ std::string build_source_text(const cmd_opts& opts) {
 
 void fill_activity_from_url_or_leak(activity_record& row, const URL_OR_LEAK_ACTIVITY_RECORD& record,
                                     const cmd_opts& opts) {
-    fill_activity_from_url_or_leak(row, URL_OR_LEAK_ACTIVITY_RECORD(record), opts, build_source_text(opts));
+    fill_activity_from_url_or_leak(row, URL_OR_LEAK_ACTIVITY_RECORD(record), opts, build_source_text(opts),
+                                   opts.complete_report);
 }
 
 void fill_activity_from_redr(activity_record& row, const REDR_ACTIVITY_RECORD& record, const cmd_opts& opts) {
@@ -296,7 +297,7 @@ void fill_activity_from_redr(activity_record& row, const REDR_ACTIVITY_RECORD& r
 }
 
 void fill_activity_from_url_or_leak(activity_record& row, URL_OR_LEAK_ACTIVITY_RECORD&& record,
-                                    const cmd_opts& opts, const std::string& source) {
+                                    const cmd_opts& opts, const std::string& source, bool whole) {
     const URL_HEADER& h = record.header;
     row.reset();
     std::memcpy(row.signature.data(), h.bytes + URL_HEADER::at_signature, row.signature.size());
@@ -315,7 +316,7 @@ void fill_activity_from_url_or_leak(activity_record& row, URL_OR_LEAK_ACTIVITY_R
     if (row.url.size() >= 20 && row.url[0] == ':' && row.url[17] == ';' && row.url[18] == ' ')
         row.is_local_time = true;
     // The lossless report reads the range as the URL stores it, ":YYYYMMDDYYYYMMDD:".
-    if (opts.complete_report && starts_with_date_range(row.url)) row.is_local_time = true;
+    if (whole && starts_with_date_range(row.url)) row.is_local_time = true;
     row.http_header.swap(record.http_header);
     if (h.last_modified() != unset_u64) row.last_modified = h.last_modified();
     if (h.last_access() != unset_u64) row.last_access = h.last_access();

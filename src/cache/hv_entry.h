@@ -77,7 +77,8 @@ void fill_activity_from_url_or_leak(activity_record& row, const URL_OR_LEAK_ACTI
                                     const cmd_opts& opts);
 void fill_activity_from_redr(activity_record& row, const REDR_ACTIVITY_RECORD& record, const cmd_opts& opts);
 // The same with the input's source text given; the record's texts move into the row.
+// `whole`: the lossless decoding's row.
 void fill_activity_from_url_or_leak(activity_record& row, URL_OR_LEAK_ACTIVITY_RECORD&& record,
-                                    const cmd_opts& opts, const std::string& source);
+                                    const cmd_opts& opts, const std::string& source, bool whole);
 void fill_activity_from_redr(activity_record& row, REDR_ACTIVITY_RECORD&& record, const cmd_opts& opts,
                              const std::string& source);

@@ -313,12 +313,13 @@ void write_activity_row(const activity_record& row, std::ostream& out, const cmd
     out.flush();
 }
 
-report_writer::report_writer(std::ostream& out, cmd_opts& opts, case_database* database)
+report_writer::report_writer(std::ostream& out, cmd_opts& opts, case_database* database, bool text)
     : out_(out),
       opts_(opts),
       stamps_(opts.date_format, opts.time_format, opts.use_locale_format),
       csv_(opts.separator),
-      database_(database) {
+      database_(database),
+      text_(text) {
     if (opts.timeline != timeline_form::none) timeline_.reset(new timeline_writer(opts.timeline));
 }
 
@@ -331,10 +332,11 @@ void report_writer::write_header_if_pending() {
     }
 }
 
-bool report_writer::ok() const { return !out_.bad() && (database_ == nullptr || database_->ok()); }
+bool report_writer::ok() const { return (!text_ || !out_.bad()) && (database_ == nullptr || database_->ok()); }
 
 void report_writer::write_row(const activity_record& row) {
     if (database_ != nullptr) database_->write(row);
+    if (!text_) return;
     if (timeline_) {
         timeline_->write(out_, row);
         out_.flush();
@@ -358,6 +360,7 @@ void report_writer::write_row(const activity_record& row) {
 }
 
 void report_writer::end_input() {
+    if (!text_) return;
     write_header_if_pending();
     number_ = 0;
 }

@@ -49,7 +49,8 @@ private:
 // With -sqlite, each row also goes to the case database.
 class report_writer {
 public:
-    report_writer(std::ostream& out, cmd_opts& opts, case_database* database);
+    // Without `text`, the rows go to the database only: nothing is written to `out`, not even the header.
+    report_writer(std::ostream& out, cmd_opts& opts, case_database* database = nullptr, bool text = true);
     ~report_writer();
 
     void write_row(const activity_record& row);
@@ -69,5 +70,6 @@ private:
     csv_fields csv_;
     std::unique_ptr<timeline_writer> timeline_;  // null without -timeline
     case_database* database_;                    // null without -sqlite
+    bool text_;
     uint64_t number_ = 0;  // of the row in its input, for the note columns
 };

@@ -33,7 +33,18 @@ void held_rows::drop_front(size_t n) {
 // ---- the scan -----------------------------------------------------------------------------------
 
 input_scan::input_scan(std::ostream& out, cmd_opts& opts, case_database* database)
-    : opts_(opts), report_(out, opts, database), decoder_(opts) {}
+    : opts_(opts), report_(out, opts, opts.complete_report ? database : nullptr), decoder_(opts) {
+    // The database holds the entries as the lossless decoding reads them: beside a report of another
+    // form, a second walk of the same windows decodes them so and writes them there only.
+    if (database != nullptr && !opts.complete_report) lossless_.reset(new input_scan(opts, database));
+}
+
+input_scan::input_scan(cmd_opts& opts, case_database* database)
+    : opts_(opts), report_(std::cout, opts, database, false), decoder_(opts) {
+    decoder_.whole = true;
+}
+
+input_scan::~input_scan() = default;
 
 void input_scan::begin_input() {
     decoder_.source = build_source_text(opts_);
@@ -51,22 +62,29 @@ void input_scan::begin_input() {
     containers_.clear();
     containers_found_ = 0;
     if (case_database* database = report_.database()) {
-        const char* road = !opts_.current_file.empty() ? "file"
-                           : !opts_.partition.empty()  ? "partition"
-                           : !opts_.ewf_file.empty()   ? "ewf"
-                           : !opts_.image_file.empty() ? "image"
-                                                       : "vmdk";
-        database->begin_input(decoder_.source, road, opts_.current_file.empty() ? decoder_.source : std::string());
+        // On -image, each file read as a file is an input of the image road too.
+        const char* road = !opts_.image_file.empty()   ? "image"
+                           : !opts_.current_file.empty() ? "file"
+                           : !opts_.partition.empty()    ? "partition"
+                           : !opts_.ewf_file.empty()     ? "ewf"
+                                                         : "vmdk";
+        const std::string image = !opts_.image_file.empty()    ? opts_.image_file
+                                  : opts_.current_file.empty() ? decoder_.source
+                                                               : std::string();
+        database->begin_input(decoder_.source, road, image);
     }
+    if (lossless_) lossless_->begin_input();
 }
 
 void input_scan::use_image(image_reader& image, bool find_containers) {
+    if (lossless_) lossless_->use_image(image, find_containers);
     image_ = &image;
     input_size_ = image.size();
     find_containers_ = find_containers;
 }
 
 void input_scan::use_directory_table(const uint8_t* buffer, uint32_t size) {
+    if (lossless_) lossless_->use_directory_table(buffer, size);
     if (decoder_.whole) {
         // Read whole, the file is its container.
         containers_.emplace_back();
@@ -89,6 +107,7 @@ void input_scan::use_directory_table(const uint8_t* buffer, uint32_t size) {
 // below its own start, so a row below it is in its final place and is written at once; a row in the
 // overlap waits until the next window has passed it.
 bool input_scan::scan_buffer(const uint8_t* buffer, uint32_t length, uint64_t base, uint64_t next_base) {
+    if (lossless_) lossless_->scan_buffer(buffer, length, base, next_base);
     if (decoder_.whole) return scan_whole_entries(buffer, length, base, next_base);
     next_base_ = next_base;
     size_t waiting = 0;
@@ -127,14 +146,15 @@ bool input_scan::scan_whole_entries(const uint8_t* buffer, uint32_t length, uint
         if (word != signature_url && word != signature_leak && word != signature_redr) continue;
         found = true;
         const container_span* container = container_at(position);
-        uint64_t bound = std::min<uint64_t>(whole_entry_bytes, length - at);
-        if (image_ != nullptr) bound = std::min(bound, input_size_ - std::min(input_size_, position));
-        // Texts end with the container that holds the entry; an entry whose fixed part runs past the
-        // size its container declares is read past it rather than lost.
-        const uint64_t in_container = container != nullptr ? std::min(bound, container->end - position) : bound;
-        if (!decode_entry_at(row_, decoder_, buffer + at, static_cast<uint32_t>(in_container), position) &&
-            (in_container == bound ||
-             !decode_entry_at(row_, decoder_, buffer + at, static_cast<uint32_t>(bound), position)))
+        const uint64_t bound = std::min<uint64_t>(whole_entry_bytes, length - at);
+        // Texts end with the input and with the container that holds the entry. An entry whose fixed part
+        // runs past either (a container may declare less than it holds; a disk's last read is padded with
+        // zeros) is read to the window's end, as the default decoding reads it, rather than lost.
+        uint64_t limited = bound;
+        if (image_ != nullptr) limited = std::min(limited, input_size_ - std::min(input_size_, position));
+        if (container != nullptr) limited = std::min(limited, container->end - position);
+        if (!decode_entry_at(row_, decoder_, buffer + at, static_cast<uint32_t>(limited), position) &&
+            (limited == bound || !decode_entry_at(row_, decoder_, buffer + at, static_cast<uint32_t>(bound), position)))
             continue;
         if (container != nullptr) {
             const uint64_t inside = position - container->start;
@@ -250,4 +270,5 @@ void input_scan::end_input() {
         facts.rows = rows_;
         database->end_input(facts);
     }
+    if (lossless_) lossless_->end_input();
 }

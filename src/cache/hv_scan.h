@@ -1,6 +1,7 @@
 // The signature walk over the windows of an input; the roads (hv_process_input, hv_big_file) feed it.
 #pragma once
 #include <cstdint>
+#include <memory>
 #include <ostream>
 #include <vector>
 
@@ -40,8 +41,10 @@ private:
 // order, and its rows reach the report as soon as their order is settled.
 class input_scan {
 public:
-    // With `database`, the rows of each input also go there, one transaction an input.
+    // With `database`, the rows of each input also go there, one transaction an input, as the lossless
+    // decoding reads them whatever the report's form.
     input_scan(std::ostream& out, cmd_opts& opts, case_database* database = nullptr);
+    ~input_scan();
 
     // A new input, named by the options' current_file, partition or vmdk_files.
     void begin_input();
@@ -49,7 +52,10 @@ public:
     // (`find_containers`) a container found in it is read through it.
     void use_image(image_reader& image, bool find_containers);
     // Every row of this input goes through `placement` before it is written; null for none.
-    void set_placement(row_placement* placement) { placement_ = placement; }
+    void set_placement(row_placement* placement) {
+        placement_ = placement;
+        if (lossless_) lossless_->set_placement(placement);
+    }
     // Whole-file road: the container's directory names, read from the whole file; rows get them.
     void use_directory_table(const uint8_t* buffer, uint32_t size);
     // Decodes every signature of the window [base, base + length) on its 128-byte grid, from base + 128
@@ -70,8 +76,11 @@ public:
         }
         ++rows_;
     }
+    // The second walk that fills the database beside a report of another form, or null: a row made
+    // elsewhere goes to it too, as the lossless decoding makes it.
+    input_scan* lossless() const { return lossless_.get(); }
     // False once the report stream or the database has failed: nothing more will reach it.
-    bool report_ok() const { return report_.ok(); }
+    bool report_ok() const { return report_.ok() && (!lossless_ || lossless_->report_ok()); }
     // Rows of the input so far, written or waiting.
     uint64_t rows() const { return rows_ + waiting_.size() + next_waiting_.size(); }
 
@@ -79,6 +88,9 @@ public:
     bool told_databases_not_read = false;  // a build without libesedb says so once a run
 
 private:
+    // The walk of the lossless decoding that writes only to `database`.
+    input_scan(cmd_opts& opts, case_database* database);
+
     // A container the lossless report found, and the stretch of the input it holds.
     struct container_span {
         uint64_t start = 0, end = 0;
@@ -111,4 +123,5 @@ private:
     bool names_settled_ = true;
     uint64_t names_end_ = 0;  // past this, no decoding reaches the name bytes
     uint32_t containers_found_ = 0;  // container headers the lossless walk read in this input
+    std::unique_ptr<input_scan> lossless_;
 };

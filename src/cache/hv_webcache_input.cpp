@@ -64,6 +64,10 @@ public:
     bool record(const webcache_record& record) override {
         fill_activity_from_webcache(row_, record, opts_.complete_report, opts_.current_file);
         scan_.write_record_row(row_);
+        if (input_scan* lossless = scan_.lossless()) {
+            fill_activity_from_webcache(row_, record, true, opts_.current_file);
+            lossless->write_record_row(row_);
+        }
         return scan_.report_ok();
     }
     void table_unreadable(const std::string& table, uint64_t missing, const std::string& library_text) override {

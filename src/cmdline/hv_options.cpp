@@ -511,12 +511,6 @@ bool parse_options(cmd_opts& o, arg_list& args) {
         o.complete_report = true;
         o.header_pending = false;
     }
-    // The database holds the entries as the lossless report decodes them; the text report can't be
-    // another form of the same scan.
-    if (!o.sqlite_path.empty() && !o.complete_report) {
-        message("-sqlite needs the lossless decoding: give it with -complete or -timeline\n");
-        return false;
-    }
 
     parse_date_time_format(&o.date_layout, o.date_format, o.time_format, o.pair_datetime);
     read_host_product_version(o);

@@ -22,7 +22,7 @@ using namespace testsupport;
 
 namespace {
 
-enum class road { whole_file, device };
+enum class road { whole_file, device, padded_device };
 enum class form { rows, complete, jsonl, body };
 
 std::string report_of(const std::string& bytes, road r, form f) {
@@ -44,7 +44,7 @@ std::string report_of(const std::string& bytes, road r, form f) {
         scan_file(scan, opts, image, result);
     } else {
         testing::internal::CaptureStderr();  // the device road's progress lines
-        scan_device(scan, image, false);
+        scan_device(scan, image, r == road::padded_device);
         testing::internal::GetCapturedStderr();
     }
     scan.end_input();
@@ -122,7 +122,11 @@ TEST(Lossless, EveryDefaultRowHasItsCompleteRowAndEvents) {
         ASSERT_EQ(faults, "") << "seed " << seed;
     }
     for (uint32_t first = 0; first < 400; first += 20) {
-        const std::string faults = lossless_faults(image_of(first, 20), road::device);
+        // Padded as a VMDK chain's last read is, the image's end cuts an entry.
+        std::string image = image_of(first, 20);
+        const road r = first % 40 ? road::device : road::padded_device;
+        if (r == road::padded_device) image.resize(image.size() - 600 - first);
+        const std::string faults = lossless_faults(image, r);
         ASSERT_EQ(faults, "") << "image of seeds " << first << " on";
     }
 }

@@ -112,7 +112,6 @@ TEST(CmdlineE2E, FailuresOfTheRunAndTheirStatuses) {
         int status;
     } rows[] = {
         {{"-sqlite_log", "db"}, "This option is not offered in this build\n", 255},
-        {{"-sqlite", dir.file("c.db"), "-f", "x"}, "-sqlite needs the lossless decoding: give it with -complete or -timeline\n", 255},
         {{"-alias", "a|b|c"}, "imbalanced alias to true pathfiles, aborting\n", 255},
         {{"-out", dir.file("no/r.txt")}, "prob opening file " + dir.file("no/r.txt") + " for output, aborting\n", 255},
         {{"-cmd_start_time", "20120530", "-f", "x"}, "", 255},

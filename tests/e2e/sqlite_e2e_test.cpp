@@ -99,6 +99,15 @@ void expect_database_matches(const std::vector<std::string>& args, const std::st
     EXPECT_EQ(query(db, "PRAGMA integrity_check;"), "ok\n");
     EXPECT_EQ(query(db, "SELECT count(*) FROM runs WHERE status = 0 AND ended IS NOT NULL;"), "1\n");
 
+    // Beside the default report the database is the same: the lossless rows, and the report is unchanged.
+    const std::string beside = dir.file("beside.db");
+    std::vector<std::string> plain = args;
+    plain.insert(plain.end(), {"-sqlite", beside});
+    const run_result p = run_ravel(plain, input);
+    EXPECT_EQ(p.status, 0) << p.err;
+    EXPECT_EQ(after_preamble(p.out), after_preamble(run_ravel(args, input).out));
+    EXPECT_EQ(read_csv(query(beside, complete_columns)), report);
+
     std::vector<std::string> timeline = args;
     timeline.insert(timeline.end(), {"-timeline", "jsonl"});
     EXPECT_EQ(read_csv(query(db, "SELECT datetime, timestamp_desc FROM events ORDER BY id;")),

@@ -7,11 +7,13 @@
 #   libesedb is not linked but loaded at run time into a namespace of its own (src/webcache says why),
 #   by its soname, RAVEL_ESEDB_SONAME.
 #   libsqlite3 (Debian libsqlite3-dev, found with pkg-config): the case database of -sqlite.
+#   libtsk (Debian libtsk-dev, found with pkg-config): the -image road for evidence images and their files.
 option(RAVEL_EWF "Read E01 images through libewf when it is installed" ON)
 option(RAVEL_ZLIB "Read compressed VMDK grains through zlib when it is installed" ON)
 option(RAVEL_ESEDB "Read WebCache databases through libesedb when it is installed" ON)
 set(RAVEL_ESEDB_SONAME "libesedb.so.1" CACHE STRING "The libesedb that a build with RAVEL_ESEDB loads")
 option(RAVEL_SQLITE "Write the -sqlite case database through libsqlite3 when it is installed" ON)
+option(RAVEL_TSK "Read evidence images and their file systems through libtsk when it is installed" ON)
 
 set(RAVEL_HAVE_EWF OFF)
 if(RAVEL_EWF)
@@ -65,8 +67,21 @@ if(RAVEL_SQLITE)
   endif()
 endif()
 
+set(RAVEL_HAVE_TSK OFF)
+if(RAVEL_TSK)
+  find_package(PkgConfig QUIET)
+  if(PKG_CONFIG_FOUND)
+    pkg_check_modules(LIBTSK QUIET IMPORTED_TARGET tsk)
+  endif()
+  if(LIBTSK_FOUND)
+    set(RAVEL_HAVE_TSK ON)
+  else()
+    message(STATUS "libtsk not found: -image is not offered in this build (Debian package libtsk-dev)")
+  endif()
+endif()
+
 # Links `target` with what was found and tells its sources so, through RAVEL_HAVE_EWF, RAVEL_HAVE_ZLIB,
-# RAVEL_HAVE_ESEDB, RAVEL_HAVE_BFIO and RAVEL_HAVE_SQLITE.
+# RAVEL_HAVE_ESEDB, RAVEL_HAVE_BFIO, RAVEL_HAVE_SQLITE and RAVEL_HAVE_TSK.
 function(ravel_use_deps target)
   if(RAVEL_HAVE_EWF)
     # libewf carries its own copy of libbfio: linking the separate libbfio as well would mix the two.
@@ -88,5 +103,9 @@ function(ravel_use_deps target)
   if(RAVEL_HAVE_SQLITE)
     target_link_libraries(${target} PUBLIC PkgConfig::SQLITE3)
     target_compile_definitions(${target} PUBLIC RAVEL_HAVE_SQLITE=1)
+  endif()
+  if(RAVEL_HAVE_TSK)
+    target_link_libraries(${target} PUBLIC PkgConfig::LIBTSK)
+    target_compile_definitions(${target} PUBLIC RAVEL_HAVE_TSK=1)
   endif()
 endfunction()

@@ -3,7 +3,7 @@
 fuzz_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 fuzz_dir=$fuzz_root/fuzz
 fuzz_build=${BUILD_DIR:-$fuzz_root/build-fuzz}
-fuzz_targets=(scan container vmdk disk_start options date_text ewf webcache ese_pages)
+fuzz_targets=(scan container vmdk disk_start options date_text ewf webcache ese_pages image)
 # libewf leaks in one of its own paths (fuzz/findings/README.md); every other leak is still reported.
 export LSAN_OPTIONS=${LSAN_OPTIONS:-suppressions=$fuzz_dir/lsan.supp:print_suppressions=0}
 

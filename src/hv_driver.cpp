@@ -94,6 +94,8 @@ int take_road(input_scan& scan, cmd_opts& opts, arg_list& args) {
     }
     // The set's own message tells why it won't open; once open, the road answers true, as -vmdk's does.
     if (take_option("-ewf", opts.ewf_file, args)) return process_input(scan, opts) ? status_ok : status_failed;
+    // The same for an image libtsk opens.
+    if (take_option("-image", opts.image_file, args)) return process_input(scan, opts) ? status_ok : status_failed;
     if (take_option("-f", opts.current_file, args)) {
         opts.current_file = expand_path_text(opts.current_file, true);
         return parse_one(scan, opts);

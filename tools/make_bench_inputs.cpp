@@ -5,7 +5,8 @@
 //   many/        10,000 copies of a 48 KiB container of some 35 entries, listed in many.list,
 //   inputs.txt   one line per file: its name and the number of rows it must give.
 // make_bench_inputs seeds CORPUS_DIR: the fuzzers' seed corpus, one folder per target; the ewf target's
-//   seeds are E01 sets that ewfacquire makes (none without it).
+//   seeds are E01 sets that ewfacquire makes (none without it), the image target's FAT volumes that
+//   mkfs.fat and mtools make (none without them).
 // Everything is drawn from a fixed seed, so every run writes the same bytes.
 #include <sys/stat.h>
 #include <unistd.h>
@@ -444,6 +445,51 @@ void ewf_seeds(seed_writer& w) {
     rmdir(folder);
 }
 
+// Raw images for the image target: a 1 MiB FAT volume made by mkfs.fat holding a container in a folder,
+// with it deleted, and behind an MBR.
+void image_seeds(seed_writer& w) {
+    if (std::system("command -v mkfs.fat > /dev/null 2>&1 && command -v mcopy > /dev/null 2>&1") != 0) {
+        std::printf("image: mkfs.fat or mcopy not installed (Debian packages dosfstools, mtools): no seeds\n");
+        return;
+    }
+    char folder[] = "/tmp/ravel-image-seeds-XXXXXX";
+    if (mkdtemp(folder) == nullptr) return;
+    const std::string dir = folder;
+    rng r(0x5EED0008);
+    uint32_t rows = 0;
+    w.ok = save(dir + "/index.dat", make_container(0x8000, r, rows).bytes()) && w.ok;
+    auto read_back = [](const std::string& path) {
+        std::ifstream in(path, std::ios::binary);
+        std::ostringstream bytes;
+        bytes << in.rdbuf();
+        return bytes.str();
+    };
+    const std::string make = "cd " + dir + " && export MTOOLS_SKIP_CHECK=1 && mkfs.fat -C -s 1 fat.img 1024 && "
+                             "mmd -i fat.img ::/History && mcopy -i fat.img index.dat ::/History/index.dat";
+    if (std::system((make + " > /dev/null 2>&1").c_str()) != 0) {
+        w.ok = false;
+        std::fprintf(stderr, "make_bench_inputs: mkfs.fat failed\n");
+    } else {
+        const std::string live = read_back(dir + "/fat.img");
+        w.add("fat_live", live);
+        if (std::system(("cd " + dir + " && MTOOLS_SKIP_CHECK=1 mdel -i fat.img ::/History/index.dat > /dev/null 2>&1").c_str()) != 0)
+            w.ok = false;
+        w.add("fat_deleted", read_back(dir + "/fat.img"));
+        // An MBR of one FAT partition at sector 1, the volume behind it.
+        std::string mbr(512, '\0');
+        const uint32_t sectors = static_cast<uint32_t>(live.size() / 512);
+        const unsigned char entry[16] = {0, 0, 0, 0, 0x0c, 0, 0, 0, 1, 0, 0, 0,
+                                         static_cast<unsigned char>(sectors), static_cast<unsigned char>(sectors >> 8),
+                                         static_cast<unsigned char>(sectors >> 16), 0};
+        mbr.replace(446, 16, reinterpret_cast<const char*>(entry), 16);
+        mbr[510] = '\x55';
+        mbr[511] = '\xaa';
+        w.add("mbr_fat", mbr + live);
+    }
+    for (const char* name : {"index.dat", "fat.img"}) std::remove((dir + "/" + name).c_str());
+    rmdir(folder);
+}
+
 int write_seeds(const std::string& dir) {
     if (!make_dir(dir)) return 1;
     struct target {
@@ -453,7 +499,7 @@ int write_seeds(const std::string& dir) {
     const target targets[] = {{"scan", scan_seeds},           {"container", container_seeds},
                               {"vmdk", vmdk_seeds},           {"disk_start", disk_start_seeds},
                               {"options", options_seeds},     {"date_text", date_text_seeds},
-                              {"ewf", ewf_seeds}};
+                              {"ewf", ewf_seeds},             {"image", image_seeds}};
     bool ok = true;
     for (const target& t : targets) {
         seed_writer w{dir + "/" + t.name};

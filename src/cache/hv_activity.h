@@ -158,6 +158,16 @@ struct webcache_row_facts {
     }
 };
 
+// Where an image road's row lies ("file state"); 0 off that road.
+constexpr int8_t file_state_allocated = 1;    // in a live file
+constexpr int8_t file_state_deleted = 2;      // in a file whose name is kept as deleted
+constexpr int8_t file_state_unallocated = 3;  // in no file
+// The state's word in the reports, "" for 0.
+inline const char* file_state_name(int8_t state) {
+    static const char* const names[] = {"", "allocated", "deleted", "unallocated"};
+    return state >= 0 && state <= 3 ? names[state] : "";
+}
+
 // One report row.
 struct activity_record {
     std::array<char, 4> signature;
@@ -189,6 +199,9 @@ struct activity_record {
     int8_t allocated;
     int8_t hash_listed;
     webcache_row_facts webcache;
+    // The image road's: the file that holds the entry's first byte, and its state.
+    std::string image_file;
+    int8_t file_state;
 
     activity_record() { reset(); }
     void reset() {
@@ -220,6 +233,8 @@ struct activity_record {
         allocated = -1;
         hash_listed = -1;
         if (webcache.present) webcache.clear();
+        image_file.clear();
+        file_state = 0;
     }
 };
 

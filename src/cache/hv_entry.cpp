@@ -273,6 +273,7 @@ std::string build_source_text(const cmd_opts& opts) {
     if (!opts.current_file.empty()) return opts.current_file;
     if (!opts.partition.empty()) return opts.partition + ":\\";
     if (!opts.ewf_file.empty()) return opts.ewf_file;
+    if (!opts.image_file.empty()) return opts.image_file;
     std::string text;
     if (opts.vmdk_files.empty()) return text;
     std::string name;

@@ -23,6 +23,7 @@ struct usage_line {
 
 const usage_line more_options[] = {
     {"-ewf <file.E01>", "E01 image scan"},
+    {"-image <image>", "evidence image: its files and its media"},
     {"-out <file>", "write the report to a file (also -outfile)"},
     {"-complete", "lossless report: whole entries, CSV that parses"},
     {"-timeline <body|jsonl>", "the entries as a timeline, in place of the report"},

@@ -6,6 +6,7 @@
 #include "cache/hv_container.h"
 #include "cache/hv_entry.h"
 #include "cache/hv_ewf_input.h"
+#include "cache/hv_image_input.h"
 #include "cache/hv_scan.h"
 #include "cache/hv_webcache_input.h"
 #include "cmdline/hv_cmd_params.h"
@@ -34,7 +35,13 @@ bool scan_file(input_scan& scan, cmd_opts& opts, image_reader& file, bool& resul
     return true;
 }
 
+bool scan_one_file(input_scan& scan, cmd_opts& opts, image_reader& file, bool& result) {
+    return read_database(scan, opts, file, result) || scan_file(scan, opts, file, result);
+}
+
 bool process_input(input_scan& scan, cmd_opts& opts) {
+    // The image road's inputs (each file read as a file, then the media) begin and end there.
+    if (!opts.image_file.empty()) return scan_image_input(scan, opts);
     scan.begin_input();
     bool result = false;
     if (!opts.current_file.empty()) {
@@ -43,7 +50,7 @@ bool process_input(input_scan& scan, cmd_opts& opts) {
             std::cout << "prob opening " << opts.current_file << " for read, aborting\n";
             return false;
         }
-        if (!read_database(scan, opts, file, result) && !scan_file(scan, opts, file, result)) return false;
+        if (!scan_one_file(scan, opts, file, result)) return false;
     } else if (!opts.partition.empty() || !opts.vmdk_files.empty()) {
         result = scan_device_input(scan, opts);
     } else if (!opts.ewf_file.empty()) {

@@ -16,6 +16,10 @@ constexpr uint64_t whole_file_limit = 16777216;
 // `result` is process_input's answer.
 bool scan_file(input_scan& scan, cmd_opts& opts, image_reader& file, bool& result);
 
+// One file, as -f reads it: a WebCache database through its tables, anything else through scan_file.
+// The image road hands each file it finds here too.
+bool scan_one_file(input_scan& scan, cmd_opts& opts, image_reader& file, bool& result);
+
 // Parses the input named by opts (current_file, partition or vmdk_files) and writes its rows,
 // the header row first when it is still pending. True when the input gave rows (on the big-file
 // and device roads: when the input could be read).

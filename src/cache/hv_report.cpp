@@ -23,7 +23,8 @@ const char* const column_names[] = {
 };
 
 // The lossless report's columns behind the usual ones.
-const char* const complete_column_names[] = {"offset", "allocated", "hash listed"};
+const char* const complete_column_names[] = {"offset", "allocated", "hash listed", "file in image", "file state"};
+constexpr size_t complete_column_count = sizeof(complete_column_names) / sizeof(complete_column_names[0]);
 
 // Whether any byte of `text` is one of the four, sixteen bytes tested at once. The last few are padded
 // with copies of the first of them, which answers for itself.
@@ -154,9 +155,9 @@ void write_header_row(std::ostream& out, const cmd_opts& opts) {
             csv.put(line, column_names[i], std::strlen(column_names[i]));
             line.put(opts.separator);
         }
-        for (size_t i = 0; i < 3; ++i) {
+        for (size_t i = 0; i < complete_column_count; ++i) {
             csv.put(line, complete_column_names[i], std::strlen(complete_column_names[i]));
-            if (i < 2) line.put(opts.separator);
+            if (i + 1 < complete_column_count) line.put(opts.separator);
         }
         line.put('\n');
         out.write(line.data(), static_cast<std::streamsize>(line.size()));
@@ -270,7 +271,7 @@ void append_complete_row(row_buffer& line, const activity_record& row, const cmd
         number(quoting, row.count);
     });
     text_field(&csv, row.http_header);
-    put_checked(line, csv, 3, [&](const csv_fields* quoting) {
+    put_checked(line, csv, 5, [&](const csv_fields* quoting) {
         text_field(quoting, row.source_file);
         if (row.webcache.present && !row.webcache.has_offset)  // a record only the library gave
             field(quoting, "", 0);
@@ -278,7 +279,11 @@ void append_complete_row(row_buffer& line, const activity_record& row, const cmd
             number(quoting, row.offset);
         static const char* const answers[] = {"", "no", "yes"};
         field(quoting, answers[row.allocated + 1], std::strlen(answers[row.allocated + 1]));
-        value(quoting, answers[row.hash_listed + 1], std::strlen(answers[row.hash_listed + 1]));
+        field(quoting, answers[row.hash_listed + 1], std::strlen(answers[row.hash_listed + 1]));
+        // Both empty off the image road.
+        text_field(quoting, row.image_file);
+        const char* state = file_state_name(row.file_state);
+        value(quoting, state, std::strlen(state));
     });
     line.put('\n');
 }

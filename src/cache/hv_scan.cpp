@@ -57,16 +57,22 @@ void input_scan::begin_input() {
     names_settled_ = true;
     names_end_ = 0;
     image_ = nullptr;
+    placement_ = nullptr;
     input_size_ = 0;
     find_containers_ = false;
     containers_.clear();
     containers_found_ = 0;
     if (case_database* database = report_.database()) {
-        const char* road = !opts_.current_file.empty() ? "file"
-                           : !opts_.partition.empty()  ? "partition"
-                           : !opts_.ewf_file.empty()   ? "ewf"
-                                                       : "vmdk";
-        database->begin_input(decoder_.source, road, opts_.current_file.empty() ? decoder_.source : std::string());
+        // On -image, each file read as a file is an input of the image road too.
+        const char* road = !opts_.image_file.empty()   ? "image"
+                           : !opts_.current_file.empty() ? "file"
+                           : !opts_.partition.empty()    ? "partition"
+                           : !opts_.ewf_file.empty()     ? "ewf"
+                                                         : "vmdk";
+        const std::string image = !opts_.image_file.empty()    ? opts_.image_file
+                                  : opts_.current_file.empty() ? decoder_.source
+                                                               : std::string();
+        database->begin_input(decoder_.source, road, image);
     }
     if (lossless_) lossless_->begin_input();
 }
@@ -154,6 +160,7 @@ bool input_scan::scan_whole_entries(const uint8_t* buffer, uint32_t length, uint
     size_t carved = 0;
     auto write_carved_below = [&](uint64_t position) {
         for (; carved < carved_.size() && carved_[carved].offset < position; ++carved) {
+            if (placement_ != nullptr && !placement_->place(carved_[carved])) continue;
             report_.write_row(carved_[carved]);
             ++rows_;
         }
@@ -185,6 +192,7 @@ bool input_scan::scan_whole_entries(const uint8_t* buffer, uint32_t length, uint
             row_.hash_listed = static_cast<int8_t>(container->facts.hash_listed(inside));
         }
         write_carved_below(position);
+        if (placement_ != nullptr && !placement_->place(row_)) continue;
         report_.write_row(row_);
         ++rows_;
     }
@@ -249,6 +257,7 @@ void input_scan::write(activity_record& row) {
     if (have_names_) {
         if (const std::string* name = directory_name_of(container_, row.directory_index)) row.directory = *name;
     }
+    if (placement_ != nullptr && !placement_->place(row)) return;
     report_.write_row(row);
     ++rows_;
 }

@@ -14,6 +14,13 @@ class case_database;
 class cmd_opts;
 class image_reader;
 
+// Where a row lies on an image road: its offset on the media, its file and state. False drops the row.
+class row_placement {
+public:
+    virtual ~row_placement() = default;
+    virtual bool place(activity_record& row) = 0;
+};
+
 // Rows in rising order of position, kept from input to input so that their texts keep their storage.
 class held_rows {
 public:
@@ -44,6 +51,11 @@ public:
     // The input's bytes, for the lossless report: its size bounds every entry, and on the image roads
     // (`find_containers`) a container found in it is read through it.
     void use_image(image_reader& image, bool find_containers);
+    // Every row of this input goes through `placement` before it is written; null for none.
+    void set_placement(row_placement* placement) {
+        placement_ = placement;
+        if (lossless_) lossless_->set_placement(placement);
+    }
     // Whole-file road: the container's directory names, read from the whole file; rows get them.
     void use_directory_table(const uint8_t* buffer, uint32_t size);
     // Decodes every signature of the window [base, base + length) on its 128-byte grid, from base + 128
@@ -56,7 +68,13 @@ public:
     void end_input();
     // A row made elsewhere than in the windows (a database's record), written as it comes.
     void write_record_row(const activity_record& row) {
-        report_.write_row(row);
+        if (placement_ != nullptr) {  // the image road ties it to its file, on a copy
+            placed_ = row;
+            if (!placement_->place(placed_)) return;
+            report_.write_row(placed_);
+        } else {
+            report_.write_row(row);
+        }
         ++rows_;
     }
     // The second walk that fills the database beside a report of another form, or null: a row made
@@ -97,6 +115,8 @@ private:
     uint64_t next_base_ = UINT64_MAX;
     uint64_t rows_ = 0;
     image_reader* image_ = nullptr;
+    row_placement* placement_ = nullptr;
+    activity_record placed_;
     uint64_t input_size_ = 0;
     bool find_containers_ = false;
     std::vector<container_span> containers_;  // found so far in this input, the latest last

@@ -307,6 +307,16 @@ void timeline_writer::put_name(const activity_record& row) {
         else
             put_literal(name_, "no; ");
     }
+    if (row.file_state != 0) {  // the image road's
+        put_literal(name_, "image file ");
+        if (row.image_file.empty())
+            put_literal(name_, "none");
+        else
+            name_.put(row.image_file);
+        put_literal(name_, " (");
+        name_.put(file_state_name(row.file_state), std::strlen(file_state_name(row.file_state)));
+        put_literal(name_, "); ");
+    }
     put_literal(name_, "in ");
     name_.put(row.source_file);
     if (row.webcache.present) {
@@ -326,7 +336,7 @@ void timeline_writer::put_jsonl_members(const activity_record& row) {
     const webcache_row_facts& w = row.webcache;
     const std::string* texts[] = {&row.url,         &row.user,         &row.file_name,         &row.directory,
                                   &row.http_header, &row.source_file,  &w.table,               &w.container_name,
-                                  &w.partition_id,  &w.request_headers, &w.redirect_url};
+                                  &w.partition_id,  &w.request_headers, &w.redirect_url,        &row.image_file};
     // A byte takes at most six in JSON ("\u00XX"); 256 for the member names, numbers and words.
     size_t most = name_.size() + 256;
     for (const std::string* text : texts) most += text->size();
@@ -357,6 +367,12 @@ void timeline_writer::put_jsonl_members(const activity_record& row) {
         p = put_number(put_literal(p, ",\"offset\":"), row.offset);
     p = put_json_answer(put_literal(p, ",\"allocated\":"), row.allocated);
     p = put_json_answer(put_literal(p, ",\"hash_listed\":"), row.hash_listed);
+    if (row.file_state != 0) {  // the image road's two members
+        text("file_in_image", row.image_file);
+        p = put_literal(p, ",\"file_state\":\"");
+        p = put_word(p, file_state_name(row.file_state));
+        *p++ = '"';
+    }
     p = put_literal(p, ",\"cache_kind\":\"");
     p = put_word(p, cache_kind_name(row.cache_category));
     *p++ = '"';

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <map>
+#include <new>
 #include <set>
 #include <vector>
 
@@ -295,8 +296,20 @@ bool read_database(input_scan& scan, cmd_opts& opts, image_reader& file, bool& r
     if (file.size() < sizeof bytes || !file.read(0, bytes, sizeof bytes) || !header.read(bytes, sizeof bytes) ||
         !header.valid())
         return false;
+    // A file inside an evidence image has no path of its own: its bytes are read through the image.
+    std::vector<uint8_t> held;
+    if (!opts.image_file.empty()) {
+        constexpr uint64_t held_limit = uint64_t{1} << 30;
+        if (file.size() > held_limit) return false;
+        try {
+            held.resize(static_cast<size_t>(file.size()));
+        } catch (const std::bad_alloc&) {
+            return false;
+        }
+        if (!file.read(0, held.data(), held.size())) return false;
+    }
     webcache_database database;
-    switch (database.open(opts.current_file)) {
+    switch (held.empty() ? database.open(opts.current_file) : database.open_memory(held.data(), held.size())) {
         case webcache_fault::none:
             break;
         case webcache_fault::not_offered:

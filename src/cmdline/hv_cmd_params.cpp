@@ -133,6 +133,7 @@ void cmd_opts::clear() {
     partition.clear();
     have_admin = false;
     ewf_file.clear();
+    image_file.clear();
     cache_category = 1;
     complete_report = false;
     timeline = timeline_form::none;

@@ -127,6 +127,7 @@ public:
     std::string partition;
     bool have_admin;  // nothing sets it: a -partition run ends at its message
     std::string ewf_file;  // -ewf: a segment file of the E01 set, as typed
+    std::string image_file;  // -image: the evidence image (its first segment), as typed
     uint32_t cache_category;
     bool complete_report;  // -complete: whole entries, every field's bytes, three more columns
     timeline_form timeline;

@@ -18,6 +18,7 @@
 #include "foundation/hv_time.h"
 #include "input/hv_name_filter.h"
 #include "storage/hv_ewf.h"
+#include "storage/hv_tsk.h"
 #include "storage/hv_fileio.h"
 #include "storage/hv_sqlite.h"
 #include "storage/hv_text_conversion.h"
@@ -431,6 +432,10 @@ bool parse_options(cmd_opts& o, arg_list& args) {
         o.sqlite_path = expand_path_text(value, true);
     }
     if (!ewf_image::offered() && take_option("-ewf", value, args)) {
+        message("This option is not offered in this build\n");
+        return false;
+    }
+    if (!tsk_image::offered() && take_option("-image", value, args)) {
         message("This option is not offered in this build\n");
         return false;
     }

@@ -67,7 +67,7 @@ stamps_at default_rows(const std::string& report) {
 stamps_at complete_rows(const std::string& report) {
     stamps_at rows;
     for (const csv_record& r : read_csv(report)) {
-        if (r.size() != 20) return {{~0ull, -1}};  // a row that doesn't parse shows as a difference
+        if (r.size() != 22) return {{~0ull, -1}};  // a row that doesn't parse shows as a difference
         rows[std::stoull(r[17])] = !r[0].empty() + !r[2].empty() + !r[4].empty() + !r[6].empty();
     }
     return rows;

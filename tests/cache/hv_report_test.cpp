@@ -76,7 +76,7 @@ TEST(Report, LosslessFieldsAreQuotedOnlyWhereTheyMustBe) {
         std::string expected;
         for (int i = 0; i < 8; ++i) expected += s;
         expected += "URL " + s + c.url_column + s + s + s + "43" + s + s + "0" + s + c.header_column + s;
-        expected += (s == "," ? "\"in,dex.dat\"" : "in,dex.dat") + s + "77" + s + s + "\n";
+        expected += (s == "," ? "\"in,dex.dat\"" : "in,dex.dat") + s + "77" + s + s + s + s + "\n";
         EXPECT_EQ(row_text(row, opts), expected) << c.separator << " " << c.url;
     }
 }

@@ -81,7 +81,7 @@ TEST(WebcacheInput, RecordsBecomeRows) {
     EXPECT_EQ(row_text(row, true),
               "2021-11-29,20:00:00.000 UTC,2021-11-29,22:47:25.000 UTC,2021-12-29,22:47:25.000 UTC,"
               "2021-11-29,22:47:26.000 UTC,URL ,\"http://a.example/x,y\",alice,\"x,y[1].htm\",219,L9HRTYNO,3,"
-              "\"HTTP/1.1 200 OK\r\nA: b,c\",W.dat,,yes,\n");
+              "\"HTTP/1.1 200 OK\r\nA: b,c\",W.dat,,yes,,,\n");
 
     webcache_container history = content_container();
     history.name = "MSHist012021112220211129";

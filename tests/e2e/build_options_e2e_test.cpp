@@ -1,8 +1,8 @@
-// A build with the E01, streamOptimized and WebCache roads and the case database switched off (RAVEL_EWF,
-// RAVEL_ZLIB, RAVEL_ESEDB, RAVEL_SQLITE), as on a machine without libewf-dev, zlib1g-dev, libesedb-dev and
-// libsqlite3-dev: it builds, -ewf and -sqlite are refused alike, a streamOptimized disk is refused by name,
-// and a database is read as any other file, said once. The build is made once, in a folder of this
-// build's, and only ravel.
+// A build with the E01, image, streamOptimized and WebCache roads and the case database switched off
+// (RAVEL_EWF, RAVEL_TSK, RAVEL_ZLIB, RAVEL_ESEDB, RAVEL_SQLITE), as on a machine without libewf-dev,
+// libtsk-dev, zlib1g-dev, libesedb-dev and libsqlite3-dev: it builds, -ewf, -image and -sqlite are refused
+// alike, a streamOptimized disk is refused by name, and a database is read as any other file, said once.
+// The build is made once, in a folder of this build's, and only ravel.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
@@ -35,8 +35,8 @@ run_result run_other(const std::string& binary, const std::vector<std::string>& 
 TEST(BuildOptionsE2E, WithoutTheLibrariesTheirInputsAreRefused) {
     const std::string build = std::string(RAVEL_BUILD_DIR) + "/without-libraries";
     ASSERT_TRUE(shell("cmake -S " + quoted(RAVEL_SOURCE_DIR) + " -B " + quoted(build) +
-                      " -DRAVEL_EWF=OFF -DRAVEL_ZLIB=OFF -DRAVEL_ESEDB=OFF -DRAVEL_SQLITE=OFF -DRAVEL_TESTS=OFF"
-                      " -DCMAKE_BUILD_TYPE=Debug && "
+                      " -DRAVEL_EWF=OFF -DRAVEL_TSK=OFF -DRAVEL_ZLIB=OFF -DRAVEL_ESEDB=OFF -DRAVEL_SQLITE=OFF"
+                      " -DRAVEL_TESTS=OFF -DCMAKE_BUILD_TYPE=Debug && "
                       "cmake --build " + quoted(build) + " -j2 --target ravel"))
         << "the build without the libraries failed";
     const std::string ravel = build + "/ravel";
@@ -48,6 +48,10 @@ TEST(BuildOptionsE2E, WithoutTheLibrariesTheirInputsAreRefused) {
     EXPECT_EQ(ewf.status, 255);
     EXPECT_EQ(ewf.err, "This option is not offered in this build\n");
     EXPECT_EQ(ewf.err, sqlite.err);
+    const run_result image = run_other(ravel, {"-image", "disk.raw"}, dir.path());
+    EXPECT_EQ(image.status, 255);
+    EXPECT_EQ(image.err, ewf.err);
+    EXPECT_EQ(after_preamble(image.out), "");
     EXPECT_EQ(after_preamble(ewf.out), "");
 
     const run_result stream = run_other(ravel, {"-vmdk", "disk.vmdk"}, dir.path());

@@ -65,8 +65,8 @@ struct sample_container {
 // A record without its offset and source columns (18 and 17, from 1); `shift` is taken off the offset,
 // which is checked to hold it.
 record without_place(record r, uint64_t shift) {
-    EXPECT_EQ(r.size(), 20u);
-    if (r.size() != 20) return r;
+    EXPECT_EQ(r.size(), 22u);
+    if (r.size() != 22) return r;
     EXPECT_GE(std::stoull(r[17]), shift);
     r[17] = std::to_string(std::stoull(r[17]) - shift);
     r.erase(r.begin() + 16);
@@ -138,8 +138,9 @@ TEST(CompleteE2E, EveryRowParsesToTwentyFieldsThatKeepTheirBytes) {
     ASSERT_EQ(run.status, 0) << run.err;
     const std::vector<record> rows = complete_rows(run);
     ASSERT_EQ(rows.size(), 4u);
-    for (const record& r : rows) EXPECT_EQ(r.size(), 20u);
-    EXPECT_EQ(rows[0][17] + "|" + rows[0][18] + "|" + rows[0][19], "offset|allocated|hash listed");
+    for (const record& r : rows) EXPECT_EQ(r.size(), 22u);
+    EXPECT_EQ(rows[0][17] + "|" + rows[0][18] + "|" + rows[0][19] + "|" + rows[0][20] + "|" + rows[0][21],
+              "offset|allocated|hash listed|file in image|file state");
     // The LEAK entry at 0: its URL, user and header as stored, line ends and all.
     EXPECT_EQ(rows[1][8], "LEAK");
     EXPECT_EQ(rows[1][9], "http://a.example/?x=\"1\",y=2|z\r\nnext");
@@ -148,6 +149,7 @@ TEST(CompleteE2E, EveryRowParsesToTwentyFieldsThatKeepTheirBytes) {
     EXPECT_EQ(rows[1][15], "HTTP/1.1 200 OK\r\nX-A: 1,2\r\n\"q\"");
     EXPECT_EQ(rows[1][16], dir.file("carved, one.bin"));
     EXPECT_EQ(rows[1][17] + rows[1][18] + rows[1][19], "0");  // no container: nothing known
+    EXPECT_EQ(rows[1][20] + rows[1][21], "");                 // off the image road
     EXPECT_EQ(rows[2][9], "http://moved,here/ \t");
     EXPECT_EQ(rows[2][17], std::to_string(second));
     // A daily history URL is local time whatever the path says.
@@ -167,7 +169,7 @@ TEST(CompleteE2E, EveryRowParsesToTwentyFieldsThatKeepTheirBytes) {
         for (const char* separator : {",", "|", "tab"}) {
             const run_result each = run_ravel({"-complete", "-csv_separator", separator, "-f", input});
             const char sep = separator[0] == 't' ? '\t' : separator[0];
-            for (const record& r : read_csv(after_preamble(each.out), sep)) EXPECT_EQ(r.size(), 20u) << input;
+            for (const record& r : read_csv(after_preamble(each.out), sep)) EXPECT_EQ(r.size(), 22u) << input;
         }
     }
 }

@@ -40,7 +40,7 @@ const char complete_columns[] =
     " coalesce(substr(last_sync, 1, 10), ''), coalesce(substr(last_sync, 12, 12) || ' UTC', ''),"
     " CASE type WHEN 'URL' THEN 'URL ' ELSE type END, url, user, filename, file_size, directory, use_count,"
     " http_header, source, offset, CASE allocated WHEN 1 THEN 'yes' WHEN 0 THEN 'no' ELSE '' END,"
-    " CASE hash_listed WHEN 1 THEN 'yes' WHEN 0 THEN 'no' ELSE '' END FROM entries ORDER BY id;";
+    " CASE hash_listed WHEN 1 THEN 'yes' WHEN 0 THEN 'no' ELSE '' END, '', '' FROM entries ORDER BY id;";
 
 // Rows whose raw values don't give their texts, or whose numbers are not stored as integers.
 const char raw_mismatches[] =

@@ -172,7 +172,7 @@ std::string mactime_decoded(const std::string& field) {
 std::vector<csv_record> complete_rows(const run_result& run) {
     std::vector<csv_record> rows = read_csv(after_preamble(run.out));
     if (!rows.empty()) rows.erase(rows.begin());  // the header row
-    for (const csv_record& row : rows) EXPECT_EQ(row.size(), 20u);
+    for (const csv_record& row : rows) EXPECT_EQ(row.size(), 22u);
     return rows;
 }
 
@@ -208,7 +208,7 @@ void expect_events_match(const run_result& complete, const run_result& jsonl, co
     const std::vector<std::string> lines = lines_of(jsonl.out);
     size_t line = 0;
     for (const csv_record& row : complete_rows(complete)) {
-        if (row.size() != 20) continue;
+        if (row.size() != 22) continue;
         auto text = [&row](size_t column) { return as_code_points(row[column]); };
         auto answer = [&row](size_t column) { return row[column].empty() ? "#null" : row[column] == "yes" ? "#true" : "#false"; };
         for (const stamp& s : stamps_of(row)) {

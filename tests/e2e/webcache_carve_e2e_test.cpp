@@ -35,7 +35,7 @@ std::string random_bytes(std::mt19937_64& random, size_t size) {
 std::set<std::string> carved_rows(const std::string& report) {
     std::set<std::string> rows, offsets;
     for (const csv_record& f : read_csv(after_preamble(report)))
-        if (f.size() == 20 && f[8] == "URL " && f[18] == "no") {
+        if (f.size() == 22 && f[8] == "URL " && f[18] == "no") {
             rows.insert(f[17] + "|" + f[9]);
             EXPECT_TRUE(offsets.insert(f[17]).second) << "offset " << f[17] << " twice";
         }

@@ -88,7 +88,7 @@ TEST(WebcacheE2E, SampleGivesTheRowsOfTheLibrarysExport) {
     std::set<std::string> offsets;
     size_t live_rows = 0, other_rows = 0;
     for (const csv_record& f : read_csv(after_preamble(run.out))) {
-        ASSERT_EQ(f.size(), 20u);
+        ASSERT_EQ(f.size(), 22u);
         if (f[8] != "URL ") continue;
         EXPECT_EQ(f[16], db);
         EXPECT_TRUE(offsets.insert(f[17]).second) << "offset " << f[17] << " twice";
@@ -97,7 +97,7 @@ TEST(WebcacheE2E, SampleGivesTheRowsOfTheLibrarysExport) {
             continue;
         }
         ++live_rows;
-        EXPECT_EQ(f[18] + f[19], "yes");
+        EXPECT_EQ(f[18] + f[19] + f[20] + f[21], "yes");
         rows.insert(f[9] + "|" + f[2] + "|" + f[3] + "|" + f[14] + "|" + f[12] + "|" + f[11]);
     }
 

@@ -37,26 +37,33 @@ std::string tsk_reason() {
     return reason;
 }
 
+// `length` bytes at `offset` of something `total` long, read piece by piece through `read_some` (libtsk's
+// reads may answer short), zeros past the end; false at the first read that gives nothing.
+template <typename ReadSome>
+bool read_whole(uint64_t total, uint64_t offset, uint8_t* buffer, size_t length, ReadSome read_some) {
+    size_t done = 0;
+    while (done < length && offset + done < total) {
+        const size_t want = static_cast<size_t>(std::min<uint64_t>(length - done, total - offset - done));
+        const ssize_t got = read_some(static_cast<TSK_OFF_T>(offset + done), reinterpret_cast<char*>(buffer + done), want);
+        if (got <= 0) {
+            tsk_error_reset();
+            return false;
+        }
+        done += static_cast<size_t>(got);
+    }
+    std::memset(buffer + done, 0, length - done);
+    return true;
+}
+
 // A file's content through its file system: its clusters in order, whatever their places.
 class fs_file_reader : public image_reader {
 public:
     fs_file_reader(TSK_FS_FILE* file, uint64_t size) : file_(file), size_(size) {}
     uint64_t size() const override { return size_; }
     bool read(uint64_t offset, uint8_t* buffer, size_t length) override {
-        size_t done = 0;
-        while (done < length && offset + done < size_) {
-            const size_t want = static_cast<size_t>(std::min<uint64_t>(length - done, size_ - offset - done));
-            const ssize_t got = tsk_fs_file_read(file_, static_cast<TSK_OFF_T>(offset + done),
-                                                 reinterpret_cast<char*>(buffer + done), want,
-                                                 TSK_FS_FILE_READ_FLAG_NONE);
-            if (got <= 0) {
-                tsk_error_reset();
-                return false;
-            }
-            done += static_cast<size_t>(got);
-        }
-        std::memset(buffer + done, 0, length - done);
-        return true;
+        return read_whole(size_, offset, buffer, length, [this](TSK_OFF_T at, char* into, size_t want) {
+            return tsk_fs_file_read(file_, at, into, want, TSK_FS_FILE_READ_FLAG_NONE);
+        });
     }
 
 private:
@@ -174,20 +181,9 @@ uint64_t tsk_image::size() const {
 }
 
 bool tsk_image::read(uint64_t offset, uint8_t* buffer, size_t length) {
-    const uint64_t total = size();
-    size_t done = 0;
-    while (done < length && offset + done < total) {
-        const size_t want = static_cast<size_t>(std::min<uint64_t>(length - done, total - offset - done));
-        const ssize_t got = tsk_img_read(state_->img, static_cast<TSK_OFF_T>(offset + done),
-                                         reinterpret_cast<char*>(buffer + done), want);
-        if (got <= 0) {
-            tsk_error_reset();
-            return false;
-        }
-        done += static_cast<size_t>(got);
-    }
-    std::memset(buffer + done, 0, length - done);
-    return true;
+    return read_whole(size(), offset, buffer, length, [this](TSK_OFF_T at, char* into, size_t want) {
+        return tsk_img_read(state_->img, at, into, want);
+    });
 }
 
 void tsk_image::walk(image_walk_events& events, size_t head_size) {

@@ -2,7 +2,7 @@
 // the search of the gaps between the entries it names.
 #include <cstdint>
 
-#include "cache/hv_container.h"
+#include "indexdat/hv_container.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const uint32_t length = static_cast<uint32_t>(size);

@@ -9,9 +9,9 @@
 #include <utility>
 #include <vector>
 
-#include "cache/hv_big_file.h"
-#include "cache/hv_scan.h"
-#include "cmdline/hv_cmd_params.h"
+#include "driver/hv_big_file.h"
+#include "indexdat/hv_scan.h"
+#include "report/hv_report.h"
 #include "storage/hv_ewf.h"
 #include "storage/hv_image.h"
 
@@ -40,11 +40,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     // A media of more than a few MiB would take the road long to walk, all of it zeros.
     if (media > (uint64_t{16} << 20)) return 0;
-    cmd_opts opts;
-    opts.ewf_file = "fuzz.E01";
     std::ostringstream out;
-    input_scan scan(out, opts);
-    scan.begin_input();
+    rows_writer report(out, report_settings());
+    input_scan scan(report, false);
+    input_ref input;
+    input.road = road_kind::ewf;
+    input.path = "fuzz.E01";
+    scan.begin_input(input);
     scan_device(scan, image, true);
     scan.end_input();
     return 0;

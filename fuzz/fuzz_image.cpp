@@ -5,21 +5,24 @@
 #include <cstdint>
 #include <sstream>
 
-#include "cache/hv_image_input.h"
-#include "cache/hv_scan.h"
-#include "cmdline/hv_cmd_params.h"
+#include "driver/hv_image_input.h"
+#include "indexdat/hv_scan.h"
+#include "report/hv_report.h"
 #include "storage/hv_tsk.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     tsk_image image;
     if (!image.open_memory(data, size)) return 0;
-    cmd_opts opts;
-    opts.image_file = "fuzz.raw";
-    opts.scan_bad_header = true;
     // Both forms of the report: the lossless one reads containers and ties rows to files.
-    opts.complete_report = size % 2 == 0;
+    report_settings settings;
+    settings.complete = size % 2 == 0;
     std::ostringstream out;
-    input_scan scan(out, opts);
-    scan_open_image(scan, opts, image);
+    rows_writer report(out, settings);
+    input_scan scan(report, settings.complete);
+    run_context run{scan, false};
+    input_ref input;
+    input.road = road_kind::image;
+    input.path = "fuzz.raw";
+    scan_open_image(run, input, image);
     return 0;
 }

@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
-#include "cache/hv_big_file.h"
-#include "cache/hv_scan.h"
-#include "cmdline/hv_cmd_params.h"
+#include "driver/hv_big_file.h"
+#include "indexdat/hv_scan.h"
+#include "report/hv_report.h"
 #include "storage/hv_image.h"
 #include "storage/hv_vmdk.h"
 
@@ -64,11 +64,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     // A capacity past a few GiB would take the road long to walk even with nothing in it.
     if (!chain.link() || chain.root->capacity_bytes() > (uint64_t{4} << 30)) return 0;
-    cmd_opts opts;
-    opts.vmdk_files = {L"fuzz.vmdk"};
     std::ostringstream out;
-    input_scan scan(out, opts);
-    scan.begin_input();
+    rows_writer report(out, report_settings());
+    input_scan scan(report, false);
+    input_ref input;
+    input.road = road_kind::vmdk;
+    input.vmdk_files = {L"fuzz.vmdk"};
+    scan.begin_input(input);
     chain_image image(chain);
     scan_device(scan, image, true);
     scan.end_input();

@@ -13,9 +13,9 @@
 #include <string>
 #include <vector>
 
-#include "cache/hv_report.h"
-#include "cache/hv_webcache_input.h"
-#include "cmdline/hv_cmd_params.h"
+#include "report/hv_report.h"
+#include "report/hv_timeline.h"
+#include "webcache/hv_webcache_rows.h"
 #include "foundation/hv_bytes.h"
 #include "webcache/hv_ese_header.h"
 #include "webcache/hv_webcache.h"
@@ -40,22 +40,22 @@ std::vector<uint8_t> database_of_pages(const uint8_t* data, size_t size) {
 
 // Each record as a default row, a lossless row and its jsonl events.
 struct writing_sink : webcache_sink {
-    cmd_opts plain, complete, jsonl;
     std::ostringstream out;
-    report_writer plain_writer{out, plain, nullptr}, complete_writer{out, complete, nullptr}, jsonl_writer{out, jsonl, nullptr};
+    rows_writer plain_writer{out, report_settings()}, complete_writer{out, complete()};
+    timeline_writer jsonl_writer{out, timeline_form::jsonl};
     activity_record row;
 
-    writing_sink() {
-        complete.complete_report = true;
-        jsonl.complete_report = true;
-        jsonl.timeline = timeline_form::jsonl;
+    static report_settings complete() {
+        report_settings settings;
+        settings.complete = true;
+        return settings;
     }
     bool record(const webcache_record& record) override {
         fill_activity_from_webcache(row, record, false, "fuzz.dat");
-        plain_writer.write_row(row);
+        plain_writer.write(row);
         fill_activity_from_webcache(row, record, true, "fuzz.dat");
-        complete_writer.write_row(row);
-        jsonl_writer.write_row(row);
+        complete_writer.write(row);
+        jsonl_writer.write(row);
         out.str("");
         return true;
     }

@@ -1,4 +1,4 @@
-#include "hv_driver.h"
+#include "driver/hv_driver.h"
 
 int main(int argc, char** argv) { return run_driver(argc, argv); }
 

@@ -86,7 +86,6 @@ void cmd_params::clear() {
     format_csvgen = false;
     format_bodyfile = false;
     format_multiline = false;
-    verbose = true;
     show_progress = true;
     pair_datetime = false;
     header_pending = true;
@@ -119,6 +118,18 @@ cmd_opts::cmd_opts() { clear(); }
 
 cmd_opts::~cmd_opts() = default;
 
+report_settings cmd_opts::report() const {
+    report_settings settings;
+    settings.separator = separator;
+    settings.date_format = date_format;
+    settings.time_format = time_format;
+    settings.use_locale_format = use_locale_format;
+    settings.header = header_pending;
+    settings.complete = complete_report;
+    settings.timeline = timeline;
+    return settings;
+}
+
 void cmd_opts::clear() {
     cmd_params::clear();
     separator = ",";
@@ -126,15 +137,11 @@ void cmd_opts::clear() {
     subseparator_char = ' ';
     format_csv = true;
     current_file.clear();
-    show_rows = true;
     use_locale_format = false;
-    scan_bad_header = false;
-    show_note_columns = false;
     partition.clear();
     have_admin = false;
     ewf_file.clear();
     image_file.clear();
-    cache_category = 1;
     complete_report = false;
     timeline = timeline_form::none;
     sqlite_path.clear();

@@ -1,5 +1,6 @@
-// The one record of all options and per-run state. main owns one cmd_opts for the whole run
-// and every module reads it by reference; the option table (hv_options) fills it.
+// The option table's own record: hv_options fills it, and the run turns it into the plain values the
+// layers below take (the report's settings, the inputs, the roads' settings). Nothing below the driver
+// sees it.
 #pragma once
 #include <cstdint>
 #include <fstream>
@@ -11,6 +12,7 @@
 #include "foundation/hv_console.h"
 #include "foundation/hv_date_text.h"  // date_layout
 #include "input/hv_name_filter.h"
+#include "report/hv_report_settings.h"
 
 // Built and cleared with the options, never filled: nothing on the roads writes a log record.
 struct log_record : file_stats {
@@ -19,9 +21,6 @@ struct log_record : file_stats {
 
     void clear() { *this = log_record(); }
 };
-
-// -timeline: the report is a timeline of the entries' stamps instead of rows.
-enum class timeline_form : uint8_t { none, body, jsonl };
 
 class cmd_params {
 public:
@@ -82,10 +81,9 @@ public:
     bool format_csvgen;
     bool format_bodyfile;
     bool format_multiline;
-    bool verbose;
     bool show_progress;
     bool pair_datetime;
-    bool header_pending;  // the column header is still to be written
+    bool header_pending;  // the report has a column header
     bool diags_on;
     int32_t diags_level;
     std::unique_ptr<std::ofstream> diags_stream;  // owned log of -diags
@@ -119,16 +117,15 @@ public:
     // Base defaults, then this program's: "," separator, csv format, the fields below.
     void clear();
 
-    std::string current_file;  // the input being parsed; main sets it before each parse
-    bool show_rows;
+    // How the report looks, from the fields above and below.
+    report_settings report() const;
+
+    std::string current_file;  // -f: the file as typed
     bool use_locale_format;
-    bool scan_bad_header;  // main sets it for every run: any content is scanned
-    bool show_note_columns;
     std::string partition;
     bool have_admin;  // nothing sets it: a -partition run ends at its message
     std::string ewf_file;  // -ewf: a segment file of the E01 set, as typed
     std::string image_file;  // -image: the evidence image (its first segment), as typed
-    uint32_t cache_category;
     bool complete_report;  // -complete: whole entries, every field's bytes, three more columns
     timeline_form timeline;
     std::string sqlite_path;  // -sqlite: the case database, written beside the report

@@ -487,8 +487,7 @@ bool parse_options(cmd_opts& o, arg_list& args) {
     }
     take_date_format(o, args);
     take_time_format(o, args);
-    if (!take_flag("-verbose", args)) take_flag("-v", args);
-    o.verbose = true;
+    if (!take_flag("-verbose", args)) take_flag("-v", args);  // rows always have every column
     if (take_flag("-quiet", args)) o.show_progress = false;
     // The lossless report is CSV: it can't do without a separator between its fields.
     if (take_flag("-complete", args)) {

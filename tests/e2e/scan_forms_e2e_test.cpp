@@ -10,10 +10,10 @@
 #include <map>
 #include <sstream>
 
-#include "cache/hv_big_file.h"
-#include "cache/hv_process_input.h"
-#include "cache/hv_scan.h"
-#include "cmdline/hv_cmd_params.h"
+#include "driver/hv_big_file.h"
+#include "driver/hv_process_input.h"
+#include "indexdat/hv_scan.h"
+#include "report/hv_report.h"
 #include "foundation/hv_console.h"
 #include "storage/hv_image.h"
 #include "support/builder.h"
@@ -40,11 +40,11 @@ std::map<std::string, std::string> rows_by_url(const std::string& report) {
 
 // The rows and the console's lines of a road over `bytes` in memory, where every byte is read.
 run_result scan_memory(const byte_image& bytes, bool device) {
-    cmd_opts opts;
-    opts.scan_bad_header = true;
     std::ostringstream out;
-    input_scan scan(out, opts);
-    scan.begin_input();
+    rows_writer report(out, report_settings());
+    input_scan scan(report, false);
+    run_context run{scan};
+    scan.begin_input(input_ref());
     memory_image memory(reinterpret_cast<const uint8_t*>(bytes.bytes().data()), bytes.size());
     bool result = false;
     FILE* err = std::tmpfile();
@@ -52,7 +52,7 @@ run_result scan_memory(const byte_image& bytes, bool device) {
     if (device)
         scan_device(scan, memory, true);
     else
-        scan_file(scan, opts, memory, result);
+        scan_file(run, input_ref(), memory, result);
     redirect_console_error(previous);
     scan.end_input();
     run_result r;

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "cache/hv_process_input.h"
+#include "driver/hv_process_input.h"
 #include "support/needs.h"
 #include "support/read_csv.h"
 #include "support/run_ravel.h"

@@ -1,13 +1,17 @@
 #include "driver/hv_big_file.h"
 
 #include <cstdio>
+#include <deque>
+#include <memory>
 #include <numeric>
 #include <string>
+#include <vector>
 
 #include "indexdat/hv_scan.h"
 #include "foundation/hv_console.h"
 #include "storage/hv_image.h"
 #include "storage/hv_raw_disk.h"
+#include "storage/hv_read_ahead.h"
 
 namespace {
 
@@ -122,48 +126,116 @@ bool scan_device_input(run_context& run, const input_ref& input) {
         return disk.valid() && scan_device(run.scan, disk, false);
     }
     RAW_DISK_IO disk(input.vmdk_files, false, false);
-    return disk.valid() && scan_device(run.scan, disk, true);
+    return disk.valid() && scan_device(run.scan, disk, true, run.threads, [&input]() -> std::unique_ptr<image_reader> {
+        auto another = std::make_unique<RAW_DISK_IO>(input.vmdk_files, false, false);
+        return another->valid() ? std::move(another) : nullptr;
+    });
 }
 
-bool scan_device(input_scan& scan, image_reader& disk, bool padded) {
+namespace {
+
+// The device road's windows, planned ahead of their reads: where each read starts and how long it
+// is, and the runs of empty windows passed over. The plan takes every read as good; a read that
+// fails moves the road on by a whole read, overlap and all, and the plan starts again from there.
+class device_plan {
+public:
+    struct step {
+        bool skip = false;
+        uint64_t position = 0;
+        uint64_t count = 0;   // a skip's windows
+        uint32_t length = 0;  // a read's bytes
+        uint32_t overlap = 0;  // before the step
+    };
+
+    device_plan(image_reader& disk, bool padded) : disk_(disk), padded_(padded), total_(static_cast<int64_t>(disk.size())) {}
+
+    bool next(step& out) {
+        if (position_ >= total_) return false;
+        out = step();
+        out.position = static_cast<uint64_t>(position_);
+        out.overlap = overlap_;
+        // Grains that no file of a chain holds read as zeros, and zeros hold no signature: windows
+        // wholly in them are passed over unread. Their percentage lines stay, from their positions.
+        if (padded_ && overlap_ != 0) {
+            const uint64_t stride = device_read_size - overlap_;
+            const uint64_t windows_left = (static_cast<uint64_t>(total_ - position_) + stride - 1) / stride;
+            const uint64_t skip = std::min(empty_windows(static_cast<uint64_t>(position_), device_read_size, stride,
+                                                         disk_.next_data(static_cast<uint64_t>(position_))),
+                                           windows_left);
+            if (skip != 0) {
+                out.skip = true;
+                out.count = skip;
+                position_ += static_cast<int64_t>(skip * stride);
+                return true;
+            }
+        }
+        uint32_t length = device_read_size;
+        if (!padded_ && length > total_ - position_) length = static_cast<uint32_t>(total_ - position_);
+        out.length = length;
+        if (overlap_ > length) overlap_ = 0;  // and so it stays
+        position_ += device_read_size - overlap_;
+        return true;
+    }
+    // The read of `failed` gave nothing: the road goes on a whole read further.
+    void restart_after(const step& failed) {
+        position_ = static_cast<int64_t>(failed.position) + device_read_size;
+        overlap_ = failed.overlap;
+    }
+    int64_t total() const { return total_; }
+
+private:
+    image_reader& disk_;
+    bool padded_;
+    int64_t total_;
+    int64_t position_ = 0;
+    uint32_t overlap_ = device_read_overlap;
+};
+
+}  // namespace
+
+bool scan_device(input_scan& scan, image_reader& disk, bool padded, unsigned threads, const reader_opener& open_another) {
     scan.use_image(disk, true);
-    const int64_t total = static_cast<int64_t>(disk.size());
+    device_plan plan(disk, padded);
+    const int64_t total = plan.total();
     if (total < 1) {
         print_error("success\n");
         return true;
     }
     auto percent = [total](uint64_t position) { return device_percent(static_cast<int64_t>(position), total); };
-    int64_t position = 0;
-    uint32_t overlap = device_read_overlap;
-    while (position < total) {
-        // Grains that no file of a chain holds read as zeros, and zeros hold no signature: windows
-        // wholly in them are passed over unread. Their percentage lines stay, from their positions.
-        if (padded && overlap != 0) {
-            const uint64_t stride = device_read_size - overlap;
-            const uint64_t windows_left = (static_cast<uint64_t>(total - position) + stride - 1) / stride;
-            const uint64_t skip = std::min(empty_windows(static_cast<uint64_t>(position), device_read_size, stride,
-                                                         disk.next_data(static_cast<uint64_t>(position))),
-                                           windows_left);
-            if (skip != 0) {
-                skipped_progress("percent done: %d", static_cast<uint64_t>(position), skip, stride, percent);
-                position += static_cast<int64_t>(skip * stride);
-                continue;
-            }
+    // Every worker reads through a handle of its own: the libraries' handles are not shared.
+    std::vector<std::unique_ptr<image_reader>> workers;
+    for (unsigned i = 0; threads > 1 && open_another && i < threads; ++i) {
+        std::unique_ptr<image_reader> reader = open_another();
+        if (!reader) break;
+        workers.push_back(std::move(reader));
+    }
+    read_ahead reads(disk, std::move(workers));
+    std::deque<device_plan::step> planned;
+    device_plan::step step;
+    for (;;) {
+        while (reads.has_room() && plan.next(step)) {
+            if (!step.skip) reads.request(step.position, step.length);
+            planned.push_back(step);
+        }
+        if (planned.empty()) break;
+        step = planned.front();
+        planned.pop_front();
+        if (step.skip) {
+            skipped_progress("percent done: %d", step.position, step.count, device_read_size - step.overlap, percent);
+            continue;
         }
         // No test of show_progress here: -quiet doesn't silence this road.
-        if (position % progress_divisor == 0) print_status("percent done: %d", percent(static_cast<uint64_t>(position)));
-        uint32_t length = device_read_size;
-        if (!padded && length > total - position) length = static_cast<uint32_t>(total - position);
-        const uint8_t* bytes = view_or_read(disk, static_cast<uint64_t>(position), length, scan.buffer);
+        if (step.position % progress_divisor == 0) print_status("percent done: %d", percent(step.position));
+        const uint8_t* bytes = reads.take();
         tell_lost_ranges(disk);
-        if (bytes != nullptr) {
-            if (overlap > length) overlap = 0;  // and so it stays
-            const int64_t next = position - overlap + device_read_size;
-            scan.scan_buffer(bytes, length, static_cast<uint64_t>(position), static_cast<uint64_t>(next));
-            position -= overlap;
+        if (bytes == nullptr) {  // a read error skips 64 KiB, overlap and all
+            reads.drop();
+            planned.clear();
+            plan.restart_after(step);
+            continue;
         }
-        // Also after a failed read: a read error skips 64 KiB, overlap and all.
-        position += device_read_size;
+        const uint32_t overlap = step.overlap > step.length ? 0 : step.overlap;
+        scan.scan_buffer(bytes, step.length, step.position, step.position - overlap + device_read_size);
     }
     print_error("success\n");
     return true;

@@ -11,6 +11,7 @@
 #include "cmdline/hv_host.h"
 #include "cmdline/hv_options.h"
 #include "cmdline/hv_preamble.h"
+#include "driver/hv_list_jobs.h"
 #include "driver/hv_process_input.h"
 #include "indexdat/hv_scan.h"
 #include "report/hv_case_db.h"
@@ -21,9 +22,11 @@
 #include "input/hv_name_filter.h"
 #include "input/hv_portable_dir.h"
 #include "storage/hv_fileio.h"
+#include "storage/hv_read_ahead.h"
 #include "storage/hv_report_stream.h"
 #include "storage/hv_file_stats.h"
 #include "storage/hv_vmdk.h"
+#include "webcache/hv_webcache.h"
 
 namespace {
 
@@ -53,35 +56,53 @@ int parse_one(run_context& run, const input_ref& input) {
     return status_failed;
 }
 
-// -pipe and -enumdir: a failed file is told and skipped; it never changes the status.
-int parse_list(run_context& run, const cmd_opts& opts) {
+// One name of a -pipe or -enumdir list: a file that passes the filters is parsed; a failed one is told
+// and skipped.
+void parse_listed(run_context& run, const cmd_opts& opts, const time_window& window, std::string name) {
+    std::string folder, base;
+    file_stats stats;
+    bool could_not_open = false;
+    if (!filter_passes_narrow(window, could_not_open, name, opts.name_filters, &stats)) return;
+    diag_line(opts.diags(), name);
+    name = expand_path_text(name, true);
+    if (name.empty() || !split_path(name, folder, base)) return;
+    input_ref file;
+    file.path = name;
+    if (!process_input(run, file)) print_error("probs parsing file: %s\n", name.c_str());
+}
+
+// -pipe and -enumdir: a failed file never changes the status. With more than one thread the files
+// are parsed at once and handed on in list order, unless a database may have to be told unread
+// (that is said once a run, by the first file in list order that meets it).
+int parse_list(run_context& run, const cmd_opts& opts, entry_writer& report, entry_writer* database) {
     const time_window window = opts.time_bounds();
     hvportdir::stdin_stream_ex input(&window);
     bool started = opts.pipe_input ? input.init_to_stdin(true)
                                    : input.init_to_enumdir(opts.enum_dir, opts.num_subdirs, opts.name_filters);
     if (!started) return status_ok;
-    std::string name, folder, base;
-    // Once the report can't be written, the inputs left would be parsed for nothing.
-    while (run.scan.report_ok() && input.read(name, true)) {
-        if (name.empty()) continue;
-        file_stats stats;
-        bool could_not_open = false;
-        if (filter_passes_narrow(window, could_not_open, name, opts.name_filters, &stats)) {
-            diag_line(opts.diags(), name);
-            name = expand_path_text(name, true);
-            if (!name.empty() && split_path(name, folder, base)) {
-                input_ref file;
-                file.path = name;
-                if (!process_input(run, file)) print_error("probs parsing file: %s\n", name.c_str());
-            }
-        }
-        name.clear();
+    std::string name;
+    if (run.threads <= 1 || !webcache_database::offered()) {
+        // Once the report can't be written, the inputs left would be parsed for nothing.
+        while (run.scan.report_ok() && input.read(name, true))
+            if (!name.empty()) parse_listed(run, opts, window, name);
+        return status_ok;
     }
+    list_jobs jobs(report, database, opts.complete_report, run, run.threads,
+                   [&](run_context& worker, const std::string& listed) { parse_listed(worker, opts, window, listed); });
+    for (;;) {
+        // What reading the list says goes out in its place among the files' messages.
+        console_capture* previous = capture_console(&jobs.list_console());
+        const bool more = jobs.ok() && input.read(name, true);
+        capture_console(previous);
+        if (!more) break;
+        if (!name.empty()) jobs.add(name);
+    }
+    jobs.finish();
     return status_ok;
 }
 
 // The first road that applies is the only one taken.
-int take_road(run_context& run, cmd_opts& opts, arg_list& args) {
+int take_road(run_context& run, cmd_opts& opts, arg_list& args, entry_writer& report, entry_writer* database) {
     std::string value;
     input_ref input;
     if (take_option("-partition", opts.partition, args)) {
@@ -116,7 +137,7 @@ int take_road(run_context& run, cmd_opts& opts, arg_list& args) {
         input.path = expand_path_text(opts.current_file, true);
         return parse_one(run, input);
     }
-    if (opts.pipe_input || opts.enum_dir_given) return parse_list(run, opts);
+    if (opts.pipe_input || opts.enum_dir_given) return parse_list(run, opts, report, database);
     print_usage(args[0].c_str());
     return status_ok;
 }
@@ -209,7 +230,9 @@ int run_driver(int argc, const char* const* argv) {
     const std::unique_ptr<entry_writer> report = make_report_writer(out, opts.report());
     input_scan scan(*report, opts.complete_report, run_database);
     run_context run{scan, opts.show_progress, opts.diags()};
-    const int status = end_report(take_road(run, opts, args), file_report, stdout_report, failure);
+    // -threads N, or every core the process may use.
+    run.threads = opts.threads >= 1 ? static_cast<unsigned>(opts.threads) : usable_cores();
+    const int status = end_report(take_road(run, opts, args, *report, run_database), file_report, stdout_report, failure);
     if (run_database == nullptr) return status;
     database.end_run(status);
     if (database.ok()) return status;

@@ -207,7 +207,12 @@ bool scan_open_image(run_context& run, const input_ref& input, tsk_image& image)
     input_scan& scan = run.scan;
     scan.begin_input(input);
     scan.set_placement(&media);
-    const bool result = scan_device(scan, image, false);
+    const bool result = scan_device(scan, image, false, run.threads, [&input]() -> std::unique_ptr<image_reader> {
+        auto another = std::make_unique<tsk_image>();
+        std::string reason;
+        if (input.path.empty() || !another->open(input.path, reason)) return nullptr;
+        return another;
+    });
     scan.end_input();
     scan.set_placement(nullptr);
     return result;

@@ -1,11 +1,10 @@
 #include "driver/hv_process_input.h"
 
-#include <iostream>
-
 #include "driver/hv_big_file.h"
 #include "driver/hv_database_input.h"
 #include "driver/hv_ewf_input.h"
 #include "driver/hv_image_input.h"
+#include "foundation/hv_console.h"
 #include "indexdat/hv_entry.h"
 #include "indexdat/hv_scan.h"
 #include "storage/hv_ewf.h"
@@ -47,7 +46,7 @@ bool process_input(run_context& run, const input_ref& input) {
         case road_kind::file: {
             file_image file;
             if (!file.open(input.path)) {
-                std::cout << "prob opening " << input.path << " for read, aborting\n";
+                write_console_report("prob opening " + input.path + " for read, aborting\n");
                 return false;
             }
             if (!scan_one_file(run, input, file, result)) return false;
@@ -60,7 +59,12 @@ bool process_input(run_context& run, const input_ref& input) {
         case road_kind::ewf: {
             ewf_image image;
             if (!open_ewf_input(image, input.path)) return false;  // told; no header row, as for -f
-            result = scan_device(scan, image, true);
+            result = scan_device(scan, image, true, run.threads, [&input]() -> std::unique_ptr<image_reader> {
+                auto another = std::make_unique<ewf_image>();
+                std::string segment;
+                if (another->open(input.path, segment) != ewf_fault::none) return nullptr;
+                return another;
+            });
             break;
         }
         case road_kind::image:

@@ -14,6 +14,7 @@ struct run_context {
     input_scan& scan;
     bool show_progress = true;
     std::ostream* diags = nullptr;          // the -diags log, or null
+    unsigned threads = 1;                   // -threads: workers of the image roads
     bool told_databases_not_read = false;  // a build without libesedb says so once a run
 };
 

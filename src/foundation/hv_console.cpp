@@ -1,6 +1,8 @@
 #include "foundation/hv_console.h"
 
 #include <algorithm>
+#include <cstring>
+#include <iostream>
 #include <sstream>
 
 #include "foundation/hv_time.h"
@@ -20,11 +22,21 @@ FILE* output_target = nullptr;  // null: standard output
 FILE* console_error() { return error_target != nullptr ? error_target : stderr; }
 FILE* console_output() { return output_target != nullptr ? output_target : stdout; }
 
-void write_long_erase() {
+// A worker's console: what it says goes to the run's thread, which says it in its turn.
+thread_local console_capture* capture = nullptr;
+
+// `text` up to its first NUL, as fputs writes it, to standard error or the capture.
+void put_error(const char* text) {
+    if (capture != nullptr) {
+        capture->said(console_capture::error, text, std::strlen(text));
+        return;
+    }
     FILE* err = console_error();
-    fputs(long_erase_text, err);
+    fputs(text, err);
     fflush(err);
 }
+
+void write_long_erase() { put_error(long_erase_text); }
 
 constexpr size_t status_buffer_size = 256;
 constexpr int status_line_chars = 60;  // what print_status keeps of its text
@@ -137,10 +149,19 @@ void append_status_line(std::string& out, const char* format, ...) {
     va_end(args);
 }
 
-void write_console_error(const std::string& bytes) {
-    FILE* err = console_error();
-    fputs(bytes.c_str(), err);
-    fflush(err);
+void write_console_error(const std::string& bytes) { put_error(bytes.c_str()); }
+
+void write_console_report(const std::string& text) {
+    if (capture != nullptr)
+        capture->said(console_capture::report, text.data(), text.size());
+    else
+        std::cout << text;
+}
+
+console_capture* capture_console(console_capture* target) {
+    console_capture* previous = capture;
+    capture = target;
+    return previous;
 }
 
 void clear_status_line(bool show_progress) {
@@ -166,9 +187,7 @@ int print_error(const char* format, ...) {
     int result = vsnprintf(text.data(), static_cast<size_t>(length), format, args);
     va_end(args);
     if (result < 0) return 0;
-    FILE* err = console_error();
-    fputs(text.data(), err);
-    fflush(err);
+    put_error(text.data());
     return length;
 }
 
@@ -182,6 +201,11 @@ bool set_console_title(const char* text) {
 
 void diag_line(std::ostream* log, const std::string& text) {
     if (log == nullptr) return;
+    if (capture != nullptr) {
+        const std::string line = "->" + text + "\n";
+        capture->said(console_capture::diags, line.data(), line.size());
+        return;
+    }
     *log << "->" << text << '\n';
     log->flush();
 }

@@ -85,6 +85,21 @@ void clear_status_line(bool show_progress);
 // Messages of 4097 characters or more vanish. Answers the formatted length, or 0.
 int print_error(const char* format, ...) HV_PRINTF_LIKE(1, 2);
 
+// `text` on the report's own stream (std::cout), as a line that isn't a row: a file that won't open.
+void write_console_report(const std::string& text);
+
+// What a worker thread says, kept for the run's thread to say in its turn: the console's bytes
+// (standard error), the report stream's lines, and the -diags log's lines.
+class console_capture {
+public:
+    enum target : uint8_t { error, report, diags };
+    virtual ~console_capture() = default;
+    virtual void said(target where, const char* text, size_t size) = 0;
+};
+// From now on this thread's console messages, report lines and log lines go to `target` (null: to
+// their streams again); answers the previous target.
+console_capture* capture_console(console_capture* target);
+
 // ESC "]0;" text BEL on standard output; false for null.
 bool set_console_title(const char* text);
 

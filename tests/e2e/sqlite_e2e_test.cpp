@@ -160,7 +160,9 @@ TEST(SqliteE2E, AKilledRunKeepsTheInputsItFinished) {
         const int null = open("/dev/null", O_WRONLY);
         dup2(null, 1);
         dup2(null, 2);
-        execl(ravel_binary().c_str(), "ravel", "-pipe", "-complete", "-quiet", "-sqlite", db.c_str(), nullptr);
+        // One thread: the files are then opened one after another, and the FIFO's open tells the moment.
+        execl(ravel_binary().c_str(), "ravel", "-pipe", "-complete", "-quiet", "-sqlite", db.c_str(), "-threads", "1",
+              nullptr);
         _exit(127);
     }
     close(names[0]);

@@ -8,12 +8,15 @@
 #   by its soname, RAVEL_ESEDB_SONAME.
 #   libsqlite3 (Debian libsqlite3-dev, found with pkg-config): the case database of -sqlite.
 #   libtsk (Debian libtsk-dev, found with pkg-config): the -image road for evidence images and their files.
+#   libtsk is not linked but loaded by its soname, RAVEL_TSK_SONAME, when the first image is opened: the
+#   thirty libraries it brings would otherwise be loaded by every run.
 option(RAVEL_EWF "Read E01 images through libewf when it is installed" ON)
 option(RAVEL_ZLIB "Read compressed VMDK grains through zlib when it is installed" ON)
 option(RAVEL_ESEDB "Read WebCache databases through libesedb when it is installed" ON)
 set(RAVEL_ESEDB_SONAME "libesedb.so.1" CACHE STRING "The libesedb that a build with RAVEL_ESEDB loads")
 option(RAVEL_SQLITE "Write the -sqlite case database through libsqlite3 when it is installed" ON)
 option(RAVEL_TSK "Read evidence images and their file systems through libtsk when it is installed" ON)
+set(RAVEL_TSK_SONAME "libtsk.so.19" CACHE STRING "The libtsk that a build with RAVEL_TSK loads")
 
 find_package(PkgConfig QUIET)
 # RAVEL_HAVE_<name> is ON when the switch RAVEL_<name> is on and pkg-config finds `module` (its variables
@@ -81,7 +84,8 @@ function(ravel_use_deps target)
     target_compile_definitions(${target} PUBLIC RAVEL_HAVE_SQLITE=1)
   endif()
   if(RAVEL_HAVE_TSK)
-    target_link_libraries(${target} PUBLIC PkgConfig::LIBTSK)
-    target_compile_definitions(${target} PUBLIC RAVEL_HAVE_TSK=1)
+    target_include_directories(${target} PUBLIC ${LIBTSK_INCLUDE_DIRS})
+    target_link_libraries(${target} PUBLIC ${CMAKE_DL_LIBS})
+    target_compile_definitions(${target} PUBLIC RAVEL_HAVE_TSK=1 RAVEL_TSK_SONAME="${RAVEL_TSK_SONAME}")
   endif()
 endfunction()

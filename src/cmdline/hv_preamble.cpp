@@ -28,6 +28,7 @@ const usage_line more_options[] = {
     {"-complete", "lossless report: whole entries, CSV that parses"},
     {"-timeline <body|jsonl>", "the entries as a timeline, in place of the report"},
     {"-sqlite <file>", "also write the run into a SQLite database"},
+    {"-threads <n>", "threads that read (default: every core)"},
     {"-csv, -csvgen, -csvl2t", "use a comma for separator (the default)"},
     {"-bodyfile", "use a pipe char for separator"},
     {"-xml", "no header row and no separator"},

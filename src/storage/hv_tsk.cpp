@@ -6,7 +6,43 @@
 #include <unordered_set>
 
 #ifdef RAVEL_HAVE_TSK
+#include <dlfcn.h>
 #include <tsk/libtsk.h>
+
+namespace {
+
+// libtsk is loaded when the first image is opened, not when ravel starts: with the libraries it brings
+// (afflib's network and crypto stack among them, some thirty) its loading would cost every run, on every
+// road, more than reading a container does.
+#define RAVEL_TSK_FUNCTIONS(X)                                                                            \
+    X(tsk_error_get) X(tsk_error_reset) X(tsk_fs_file_read) X(tsk_fs_file_attr_get) X(tsk_fs_dir_walk)   \
+    X(tsk_img_close) X(tsk_img_open_utf8) X(tsk_img_open_external) X(tsk_img_read) X(tsk_vs_open)        \
+    X(tsk_fs_open_img) X(tsk_fs_close) X(tsk_vs_part_get) X(tsk_fs_open_vol) X(tsk_vs_close)
+struct tsk_library {
+#define RAVEL_TSK_POINTER(name) decltype(&::name) name = nullptr;
+    RAVEL_TSK_FUNCTIONS(RAVEL_TSK_POINTER)
+#undef RAVEL_TSK_POINTER
+    bool loaded = false;
+
+    tsk_library() {
+        void* library = dlopen(RAVEL_TSK_SONAME, RTLD_NOW | RTLD_LOCAL);
+        if (library == nullptr) return;
+        bool all = true;
+#define RAVEL_TSK_TAKE(name) all = (name = reinterpret_cast<decltype(name)>(dlsym(library, #name))) != nullptr && all;
+        RAVEL_TSK_FUNCTIONS(RAVEL_TSK_TAKE)
+#undef RAVEL_TSK_TAKE
+        loaded = all;
+    }
+};
+
+const tsk_library& tsk() {
+    static const tsk_library library;
+    return library;
+}
+
+const char no_library[] = "libtsk (" RAVEL_TSK_SONAME ") could not be loaded";
+
+}  // namespace
 
 namespace {
 
@@ -30,9 +66,9 @@ void memory_img_close(TSK_IMG_INFO*) {}
 void memory_img_stat(TSK_IMG_INFO*, FILE*) {}
 
 std::string tsk_reason() {
-    const char* text = tsk_error_get();
+    const char* text = tsk().tsk_error_get();
     std::string reason = text != nullptr ? text : "unknown format";
-    tsk_error_reset();
+    tsk().tsk_error_reset();
     while (!reason.empty() && (reason.back() == '\n' || reason.back() == ' ')) reason.pop_back();
     return reason;
 }
@@ -46,7 +82,7 @@ bool read_whole(uint64_t total, uint64_t offset, uint8_t* buffer, size_t length,
         const size_t want = static_cast<size_t>(std::min<uint64_t>(length - done, total - offset - done));
         const ssize_t got = read_some(static_cast<TSK_OFF_T>(offset + done), reinterpret_cast<char*>(buffer + done), want);
         if (got <= 0) {
-            tsk_error_reset();
+            tsk().tsk_error_reset();
             return false;
         }
         done += static_cast<size_t>(got);
@@ -62,7 +98,7 @@ public:
     uint64_t size() const override { return size_; }
     bool read(uint64_t offset, uint8_t* buffer, size_t length) override {
         return read_whole(size_, offset, buffer, length, [this](TSK_OFF_T at, char* into, size_t want) {
-            return tsk_fs_file_read(file_, at, into, want, TSK_FS_FILE_READ_FLAG_NONE);
+            return tsk().tsk_fs_file_read(file_, at, into, want, TSK_FS_FILE_READ_FLAG_NONE);
         });
     }
 
@@ -83,9 +119,9 @@ struct walk_context {
 
 void collect_runs(TSK_FS_FILE* file, image_file& facts) {
     facts.runs.clear();
-    const TSK_FS_ATTR* attr = tsk_fs_file_attr_get(file);
+    const TSK_FS_ATTR* attr = tsk().tsk_fs_file_attr_get(file);
     if (attr == nullptr) {
-        tsk_error_reset();
+        tsk().tsk_error_reset();
         return;
     }
     // Resident, compressed or encrypted bytes don't lie on the media as the file reads them.
@@ -118,12 +154,12 @@ TSK_WALK_RET_ENUM visit(TSK_FS_FILE* file, const char* path, void* pointer) {
     collect_runs(file, facts);
     size_t head_size = 0;
     if (facts.size != 0 && c.head_size != 0) {
-        const ssize_t got = tsk_fs_file_read(file, 0, reinterpret_cast<char*>(c.head.data()),
+        const ssize_t got = tsk().tsk_fs_file_read(file, 0, reinterpret_cast<char*>(c.head.data()),
                                              std::min<uint64_t>(c.head_size, facts.size), TSK_FS_FILE_READ_FLAG_NONE);
         if (got > 0)
             head_size = static_cast<size_t>(got);
         else
-            tsk_error_reset();
+            tsk().tsk_error_reset();
     }
     fs_file_reader content(file, facts.size);
     c.events->file(facts, c.head.data(), head_size, content);
@@ -135,7 +171,7 @@ void walk_file_system(TSK_FS_INFO* fs, walk_context& c) {
     const auto flags = static_cast<TSK_FS_DIR_WALK_FLAG_ENUM>(TSK_FS_DIR_WALK_FLAG_RECURSE | TSK_FS_DIR_WALK_FLAG_ALLOC |
                                                               TSK_FS_DIR_WALK_FLAG_UNALLOC);
     // A damaged directory ends that branch of the walk; what was met stands.
-    if (tsk_fs_dir_walk(fs, fs->root_inum, flags, visit, &c) != 0) tsk_error_reset();
+    if (tsk().tsk_fs_dir_walk(fs, fs->root_inum, flags, visit, &c) != 0) tsk().tsk_error_reset();
 }
 
 }  // namespace
@@ -148,16 +184,20 @@ struct tsk_image::state {
 tsk_image::tsk_image() : state_(new state) {}
 
 tsk_image::~tsk_image() {
-    if (state_->img != nullptr) tsk_img_close(state_->img);
+    if (state_->img != nullptr) tsk().tsk_img_close(state_->img);
     std::free(state_->memory);
 }
 
 bool tsk_image::offered() { return true; }
 
 bool tsk_image::open(const std::string& path, std::string& error) {
+    if (!tsk().loaded) {
+        error = no_library;
+        return false;
+    }
     const char* names[] = {path.c_str()};
     // One name: libtsk finds the other segments of a split raw or E01 set beside it.
-    state_->img = tsk_img_open_utf8(1, names, TSK_IMG_TYPE_DETECT, 0);
+    state_->img = tsk().tsk_img_open_utf8(1, names, TSK_IMG_TYPE_DETECT, 0);
     if (state_->img == nullptr) {
         error = tsk_reason();
         return false;
@@ -166,13 +206,14 @@ bool tsk_image::open(const std::string& path, std::string& error) {
 }
 
 bool tsk_image::open_memory(const uint8_t* data, size_t size) {
+    if (!tsk().loaded) return false;
     state_->memory = static_cast<memory_img*>(std::calloc(1, sizeof(memory_img)));
     if (state_->memory == nullptr) return false;
     state_->memory->data = data;
     state_->memory->size = size;
-    state_->img = tsk_img_open_external(state_->memory, static_cast<TSK_OFF_T>(size), 512, memory_img_read,
+    state_->img = tsk().tsk_img_open_external(state_->memory, static_cast<TSK_OFF_T>(size), 512, memory_img_read,
                                         memory_img_close, memory_img_stat);
-    if (state_->img == nullptr) tsk_error_reset();
+    if (state_->img == nullptr) tsk().tsk_error_reset();
     return state_->img != nullptr;
 }
 
@@ -182,7 +223,7 @@ uint64_t tsk_image::size() const {
 
 bool tsk_image::read(uint64_t offset, uint8_t* buffer, size_t length) {
     return read_whole(size(), offset, buffer, length, [this](TSK_OFF_T at, char* into, size_t want) {
-        return tsk_img_read(state_->img, at, into, want);
+        return tsk().tsk_img_read(state_->img, at, into, want);
     });
 }
 
@@ -192,29 +233,29 @@ void tsk_image::walk(image_walk_events& events, size_t head_size) {
     c.events = &events;
     c.head_size = head_size;
     c.head.resize(std::max<size_t>(head_size, 1));
-    TSK_VS_INFO* vs = tsk_vs_open(state_->img, 0, TSK_VS_TYPE_DETECT);
+    TSK_VS_INFO* vs = tsk().tsk_vs_open(state_->img, 0, TSK_VS_TYPE_DETECT);
     if (vs == nullptr) {
-        tsk_error_reset();
-        TSK_FS_INFO* fs = tsk_fs_open_img(state_->img, 0, TSK_FS_TYPE_DETECT);
+        tsk().tsk_error_reset();
+        TSK_FS_INFO* fs = tsk().tsk_fs_open_img(state_->img, 0, TSK_FS_TYPE_DETECT);
         if (fs == nullptr) {
-            tsk_error_reset();
+            tsk().tsk_error_reset();
             events.no_file_system(0, true);
             return;
         }
         walk_file_system(fs, c);
-        tsk_fs_close(fs);
+        tsk().tsk_fs_close(fs);
         return;
     }
     std::vector<const TSK_VS_PART_INFO*> volumes;
     for (TSK_PNUM_T i = 0; i < vs->part_count; ++i) {
-        const TSK_VS_PART_INFO* part = tsk_vs_part_get(vs, i);
+        const TSK_VS_PART_INFO* part = tsk().tsk_vs_part_get(vs, i);
         if (part != nullptr && (part->flags & TSK_VS_PART_FLAG_ALLOC)) volumes.push_back(part);
     }
     // Each volume's path starts with its first sector when there are several.
     std::vector<TSK_FS_INFO*> systems;
     for (const TSK_VS_PART_INFO* part : volumes) {
-        TSK_FS_INFO* fs = tsk_fs_open_vol(part, TSK_FS_TYPE_DETECT);
-        if (fs == nullptr) tsk_error_reset();
+        TSK_FS_INFO* fs = tsk().tsk_fs_open_vol(part, TSK_FS_TYPE_DETECT);
+        if (fs == nullptr) tsk().tsk_error_reset();
         systems.push_back(fs);
     }
     for (size_t i = 0; i < volumes.size(); ++i) {
@@ -225,9 +266,9 @@ void tsk_image::walk(image_walk_events& events, size_t head_size) {
         }
         c.prefix = volumes.size() > 1 ? std::to_string(sector) + ":" : std::string();
         walk_file_system(systems[i], c);
-        tsk_fs_close(systems[i]);
+        tsk().tsk_fs_close(systems[i]);
     }
-    tsk_vs_close(vs);
+    tsk().tsk_vs_close(vs);
 }
 
 #else  // built without libtsk

@@ -58,7 +58,7 @@ TEST(ReadmeE2E, ShardsMergeToTheReportOfOneRun) {
                     ? ""
                     : "GNU parallel not installed (Debian package parallel)");
     const std::string text = readme();
-    std::string shard = "find /case -name index.dat -type f | parallel -k --pipe -N 200 ravel -pipe > reports.txt";
+    std::string shard = "find /case -name index.dat -type f | parallel -k --pipe -N 200 ravel -pipe -threads 1 > reports.txt";
     const std::string merge =
         "awk '/^ravel ver: / && n++ { skip = 4 } skip { skip--; next } /^last mod date/ && h++ { next } 1' "
         "reports.txt > report.csv";
@@ -81,7 +81,7 @@ TEST(ReadmeE2E, ShardsMergeToTheReportOfOneRun) {
     }
     replace_all(shard, "/case", dir.path() + "/case");
     replace_all(shard, "parallel ", "parallel -j 2 ");
-    const std::string one_run = "find " + dir.path() + "/case -name index.dat -type f | ravel -pipe > one.txt";
+    const std::string one_run = "find " + dir.path() + "/case -name index.dat -type f | ravel -pipe -threads 1 > one.txt";
     const std::string script = "cd " + dir.path() + " && export PATH=" + binary_dir() + ":\"$PATH\" && { " + shard +
                                " && " + merge + " && " + one_run + "; } 2>/dev/null";
     ASSERT_EQ(std::system(script.c_str()), 0);

@@ -79,7 +79,6 @@ void URL_OR_LEAK_ACTIVITY_RECORD::clear() {
     user.clear();
     valid = false;
     offset = 0;
-    from_gap = false;
     block_count_rewrite = 0;
 }
 
@@ -92,7 +91,6 @@ void REDR_ACTIVITY_RECORD::clear() {
     url.clear();
     valid = false;
     offset = 0;
-    from_gap = false;
 }
 
 REDR_ACTIVITY_RECORD::REDR_ACTIVITY_RECORD(const uint8_t* buffer, uint64_t offset, uint32_t size) {

@@ -10,8 +10,6 @@ const char long_erase_text[] = "\x1b[2K\r                           \r";
 static_assert(sizeof short_erase_text - 1 == 10, "short erase is 10 bytes");
 static_assert(sizeof long_erase_text - 1 == 33, "long erase is 33 bytes");
 
-null_out_stream null_out;
-
 namespace {
 
 FILE* error_target = nullptr;   // null: standard error

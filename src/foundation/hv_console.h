@@ -7,7 +7,6 @@
 #include <cstdio>
 #include <ostream>
 #include <sstream>
-#include <streambuf>
 #include <string>
 #include <vector>
 
@@ -90,20 +89,3 @@ bool set_console_title(const char* text);
 
 // "->" text and a line end to the -diags log; null when none is open.
 void diag_line(std::ostream* log, const std::string& text);
-
-// A stream that throws everything away. What uses it: nothing on the roads.
-class null_out_buf : public std::streambuf {
-protected:
-    std::streamsize xsputn(const char*, std::streamsize count) override { return count; }
-    int_type overflow(int_type c) override { return c; }
-};
-
-class null_out_stream : public std::ostream {
-public:
-    null_out_stream() : std::ostream(&buf) {}
-
-private:
-    null_out_buf buf;
-};
-
-extern null_out_stream null_out;

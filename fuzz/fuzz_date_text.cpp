@@ -23,10 +23,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     t.set_value(raw, kinds[choice % (sizeof(kinds) / sizeof(kinds[0]))]);
     std::string date_text, time_text;
     format_date_time_template(date_text, time_text, t, texts[4], texts[5]);
-    format_date_time(date_text, time_text, t, raw & 1, raw & 2, false, raw & 4);
+    format_date_time_in_locale(date_text, time_text, t, nullptr);
     date_layout layout;
     parse_date_time_format(&layout, texts[4], texts[5], raw & 8);
-    month_name_text(static_cast<int>(raw >> 32));
 
     hv::_windows_systemtime st;
     if (parse_date_time_text(texts[0].c_str(), texts[1].empty() ? nullptr : texts[1].c_str(), texts[2], separator,

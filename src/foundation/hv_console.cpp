@@ -13,10 +13,9 @@ static_assert(sizeof long_erase_text - 1 == 33, "long erase is 33 bytes");
 namespace {
 
 FILE* error_target = nullptr;   // null: standard error
-FILE* output_target = nullptr;  // null: standard output
 
 FILE* console_error() { return error_target != nullptr ? error_target : stderr; }
-FILE* console_output() { return output_target != nullptr ? output_target : stdout; }
+FILE* console_output() { return stdout; }
 
 void write_long_erase() {
     FILE* err = console_error();
@@ -33,12 +32,6 @@ constexpr int longest_message = 4096;
 FILE* redirect_console_error(FILE* target) {
     FILE* previous = console_error();
     error_target = target;
-    return previous;
-}
-
-FILE* redirect_console_output(FILE* target) {
-    FILE* previous = console_output();
-    output_target = target;
     return previous;
 }
 

@@ -14,10 +14,9 @@
 extern const char short_erase_text[];  // 4 blanks, 10 bytes
 extern const char long_erase_text[];   // 27 blanks, 33 bytes
 
-// Where the console writes: standard error and standard output unless a test points them
-// elsewhere. Each answers the previous target; null restores the default. What uses them: tests.
+// Where the console's messages go: standard error unless a test points them elsewhere. Answers the
+// previous target; null restores the default. What uses it: tests. Output always goes to standard output.
 FILE* redirect_console_error(FILE* target);
-FILE* redirect_console_output(FILE* target);
 
 // The handler of -signal; gets the address of the context's signal_arg.
 using signal_callback_fn = int (*)(std::string* arg);

@@ -13,26 +13,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size < 9 || size > 4096) return 0;
     uint64_t raw = 0;
     for (int i = 0; i < 8; ++i) raw |= uint64_t{data[i]} << (8 * i);
-    static const uint32_t kinds[] = {hv::kind_filetime, hv::kind_chrome,  hv::kind_firefox3, hv::kind_unix,
-                                     hv::kind_unix_ms,  hv::kind_vhd,     hv::kind_csharp,   hv::kind_snowflake,
-                                     hv::kind_safari,   hv::kind_hfs_plus};
+    static const uint32_t kinds[] = {hv::kind_filetime, hv::kind_unix};
     const uint8_t choice = data[8];
     std::vector<std::string> texts = fuzzsupport::split_at_nul(data + 9, size - 9);
     texts.resize(6);
     const char separator = texts[3].empty() ? '-' : texts[3][0];
 
     hv::time t;
-    if (choice == 0xFF) {
-        t.set_value(static_cast<int64_t>(raw), hv::kind_ole);
-    } else {
-        t.set_value(raw, kinds[choice % (sizeof(kinds) / sizeof(kinds[0]))]);
-    }
+    t.set_value(raw, kinds[choice % (sizeof(kinds) / sizeof(kinds[0]))]);
     std::string date_text, time_text;
     format_date_time_template(date_text, time_text, t, texts[4], texts[5]);
-    format_date_time(date_text, time_text, t, raw & 1, raw & 2, false, raw & 4);
+    format_date_time_in_locale(date_text, time_text, t, nullptr);
     date_layout layout;
     parse_date_time_format(&layout, texts[4], texts[5], raw & 8);
-    month_name_text(static_cast<int>(raw >> 32));
 
     hv::_windows_systemtime st;
     if (parse_date_time_text(texts[0].c_str(), texts[1].empty() ? nullptr : texts[1].c_str(), texts[2], separator,

@@ -1,21 +1,6 @@
 #include "cmdline/hv_cmd_params.h"
 
-#include <sys/time.h>
-
 #include "storage/hv_fileio.h"
-
-namespace {
-
-// Now as 100 ns ticks since 1601, the unit of every stored moment in the record.
-uint64_t filetime_now() {
-    constexpr uint64_t unix_epoch_ticks = 116444736000000000ULL;
-    timeval tv{};
-    gettimeofday(&tv, nullptr);
-    return unix_epoch_ticks + static_cast<uint64_t>(tv.tv_sec) * 10000000ULL +
-           static_cast<uint64_t>(tv.tv_usec) * 10ULL;
-}
-
-}  // namespace
 
 cmd_params::cmd_params() { clear(); }
 
@@ -44,7 +29,6 @@ time_window cmd_params::time_bounds() const {
 }
 
 void cmd_params::clear() {
-    run_filetime = filetime_now();
     command_line.clear();
     program_name.clear();
     out_path.clear();
@@ -95,7 +79,6 @@ void cmd_params::clear() {
     diags_path.clear();
     profile = false;
     signal_arg.clear();
-    log.clear();
     name_filters.clear();
     skip_filters.clear();
     pipe_input = false;

@@ -14,14 +14,6 @@
 #include "input/hv_name_filter.h"
 #include "report/hv_report_settings.h"
 
-// Built and cleared with the options, never filled: nothing on the roads writes a log record.
-struct log_record : file_stats {
-    std::vector<std::string> lines;
-    std::vector<std::string> notes;
-
-    void clear() { *this = log_record(); }
-};
-
 class cmd_params {
 public:
     cmd_params();
@@ -39,7 +31,6 @@ public:
     // What the name filters test a file's times against.
     time_window time_bounds() const;
 
-    uint64_t run_filetime;  // construction time, 100 ns ticks since 1601
     std::string command_line;
     std::string program_name;
     std::string out_path;  // report file; empty means standard output
@@ -90,7 +81,6 @@ public:
     std::string diags_path;
     bool profile;
     std::string signal_arg;
-    log_record log;
     std::vector<filename_filter> name_filters;
     std::vector<filename_filter> skip_filters;
     bool pipe_input;

@@ -80,7 +80,6 @@ struct activity_record {
     uint32_t flags;
     uint32_t count;
     std::string user;
-    std::string reserved_text;  // nothing fills it
     std::string url;
     std::string http_header;
     bool is_local_time;
@@ -90,11 +89,8 @@ struct activity_record {
     dos_stamp last_sync;
     dos_stamp second_stamp;  // only LEAK rows carry it
     uint8_t directory_index;
-    uint16_t reserved_index;  // nothing fills it
-    bool valid;
     bool is_redr;
     bool is_leak;
-    std::string row_text;  // nothing fills it
     // The lossless report's: 1 yes, 0 no, -1 not known (no container, or it can't tell).
     int8_t allocated;
     int8_t hash_listed;
@@ -115,7 +111,6 @@ struct activity_record {
         flags = 0;
         count = 0;
         user.clear();
-        reserved_text.clear();
         url.clear();
         http_header.clear();
         is_local_time = false;
@@ -125,11 +120,8 @@ struct activity_record {
         last_sync = {};
         second_stamp = {};
         directory_index = 0xFE;
-        reserved_index = 0xFFFF;
-        valid = false;
         is_redr = false;
         is_leak = false;
-        row_text.clear();
         allocated = -1;
         hash_listed = -1;
         if (webcache.present) webcache.clear();

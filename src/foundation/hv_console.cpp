@@ -12,15 +12,12 @@ const char long_erase_text[] = "\x1b[2K\r                           \r";
 static_assert(sizeof short_erase_text - 1 == 10, "short erase is 10 bytes");
 static_assert(sizeof long_erase_text - 1 == 33, "long erase is 33 bytes");
 
-null_out_stream null_out;
-
 namespace {
 
 FILE* error_target = nullptr;   // null: standard error
-FILE* output_target = nullptr;  // null: standard output
 
 FILE* console_error() { return error_target != nullptr ? error_target : stderr; }
-FILE* console_output() { return output_target != nullptr ? output_target : stdout; }
+FILE* console_output() { return stdout; }
 
 // A worker's console: what it says goes to the run's thread, which says it in its turn.
 thread_local console_capture* capture = nullptr;
@@ -47,12 +44,6 @@ constexpr int longest_message = 4096;
 FILE* redirect_console_error(FILE* target) {
     FILE* previous = console_error();
     error_target = target;
-    return previous;
-}
-
-FILE* redirect_console_output(FILE* target) {
-    FILE* previous = console_output();
-    output_target = target;
     return previous;
 }
 

@@ -7,7 +7,6 @@
 #include <cstdio>
 #include <ostream>
 #include <sstream>
-#include <streambuf>
 #include <string>
 #include <vector>
 
@@ -15,10 +14,9 @@
 extern const char short_erase_text[];  // 4 blanks, 10 bytes
 extern const char long_erase_text[];   // 27 blanks, 33 bytes
 
-// Where the console writes: standard error and standard output unless a test points them
-// elsewhere. Each answers the previous target; null restores the default. What uses them: tests.
+// Where the console's messages go: standard error unless a test points them elsewhere. Answers the
+// previous target; null restores the default. What uses it: tests. Output always goes to standard output.
 FILE* redirect_console_error(FILE* target);
-FILE* redirect_console_output(FILE* target);
 
 // The handler of -signal; gets the address of the context's signal_arg.
 using signal_callback_fn = int (*)(std::string* arg);
@@ -105,20 +103,3 @@ bool set_console_title(const char* text);
 
 // "->" text and a line end to the -diags log; null when none is open.
 void diag_line(std::ostream* log, const std::string& text);
-
-// A stream that throws everything away. What uses it: nothing on the roads.
-class null_out_buf : public std::streambuf {
-protected:
-    std::streamsize xsputn(const char*, std::streamsize count) override { return count; }
-    int_type overflow(int_type c) override { return c; }
-};
-
-class null_out_stream : public std::ostream {
-public:
-    null_out_stream() : std::ostream(&buf) {}
-
-private:
-    null_out_buf buf;
-};
-
-extern null_out_stream null_out;

@@ -277,8 +277,7 @@ bool format_date_time_template(std::string& date_text, std::string& time_text, c
 }
 
 void format_date_time_in_locale(std::string& date_text, std::string& time_text, const hv::time& t,
-                                const std::locale* date_locale, bool with_fraction, bool short_year,
-                                bool nanoseconds) {
+                                const std::locale* date_locale) {
     date_text.clear();
     time_text.clear();
     if (!t.valid) return;
@@ -286,45 +285,12 @@ void format_date_time_in_locale(std::string& date_text, std::string& time_text, 
     char buf[30];
     if (date_locale) {
         date_text = locale_date(*date_locale, tm_of(f));
-    } else if (short_year) {
-        const int year = f.year < 2000 ? f.year - 1900 : f.year - 2000;
-        std::snprintf(buf, sizeof buf, "%02d-%02d-%02d", year, f.month, f.day);
-        date_text = buf;
     } else {
         std::snprintf(buf, sizeof buf, "%04d-%02d-%02d", f.year, f.month, f.day);
         date_text = buf;
     }
-    if (!with_fraction)
-        std::snprintf(buf, sizeof buf, "%02d:%02d:%02d", f.hour, f.minute, f.second);
-    else if (nanoseconds)
-        std::snprintf(buf, sizeof buf, "%02d:%02d:%02d.%09lld", f.hour, f.minute, f.second,
-                      static_cast<long long>(f.nanoseconds));
-    else
-        std::snprintf(buf, sizeof buf, "%02d:%02d:%02d.%03d", f.hour, f.minute, f.second, f.milliseconds);
+    std::snprintf(buf, sizeof buf, "%02d:%02d:%02d.%03d", f.hour, f.minute, f.second, f.milliseconds);
     time_text = buf;
-}
-
-void format_date_time(std::string& date_text, std::string& time_text, const hv::time& t, bool with_fraction,
-                      bool short_year, bool use_locale, bool nanoseconds) {
-    date_text.clear();
-    time_text.clear();
-    if (!t.valid) return;
-    std::string name;
-    if (use_locale && find_date_locale(name)) {
-        try {
-            const std::locale loc(name.c_str());
-            format_date_time_in_locale(date_text, time_text, t, &loc, with_fraction, short_year, nanoseconds);
-            return;
-        } catch (...) {
-            // Gone since the look-up: the fixed form below.
-        }
-    }
-    format_date_time_in_locale(date_text, time_text, t, nullptr, with_fraction, short_year, nanoseconds);
-}
-
-void format_date_time_simple(std::string& date_text, std::string& time_text, const hv::time& t,
-                             bool use_locale) {
-    format_date_time(date_text, time_text, t, true, false, use_locale, false);
 }
 
 bool find_date_locale(std::string& name) {
@@ -337,11 +303,6 @@ bool find_date_locale(std::string& name) {
     if (locale_builds(name)) return true;
     name.clear();
     return false;
-}
-
-std::string month_name_text(int month) {
-    if (month < 1 || month > 12) return std::string();
-    return month_names[month - 1];
 }
 
 bool parse_date_time_format(date_layout* out, const std::string& date_template, const std::string& time_template,
@@ -524,8 +485,7 @@ bool stamp_formatter::full(const hv::time& t, texts& out) {
     full_time_.clear();
     if (t.valid) {
         if (use_locale_)
-            format_date_time_in_locale(full_date_, full_time_, t, have_locale_ ? &date_locale_ : nullptr, true, false,
-                                       false);
+            format_date_time_in_locale(full_date_, full_time_, t, have_locale_ ? &date_locale_ : nullptr);
         else
             format_date_time_template(full_date_, full_time_, t, date_template_, time_template_);
     }

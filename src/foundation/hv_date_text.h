@@ -23,18 +23,13 @@ struct date_layout {
 bool format_date_time_template(std::string& date_text, std::string& time_text, const hv::time& t,
                                const std::string& date_template, const std::string& time_template);
 
-// Fixed printf road; with use_locale the date text comes from the date locale when one is found.
-void format_date_time(std::string& date_text, std::string& time_text, const hv::time& t,
-                      bool with_fraction, bool short_year, bool use_locale, bool nanoseconds);
-void format_date_time_simple(std::string& date_text, std::string& time_text, const hv::time& t,
-                             bool use_locale);
-// The same with the locale given by the caller; a null locale takes the fixed date form.
+// The locale road: the date text in the short form of `date_locale` (a null locale takes the fixed
+// form yyyy-mm-dd), the time text as hh:mm:ss.mmm. Both empty when `t` is not valid.
 void format_date_time_in_locale(std::string& date_text, std::string& time_text, const hv::time& t,
-                                const std::locale* date_locale, bool with_fraction, bool short_year,
-                                bool nanoseconds);
+                                const std::locale* date_locale);
 
-// The two texts of a report stamp, as format_date_time_template (or, with `use_locale`, the locale
-// road of format_date_time_simple) gives them for an hv::time of that stamp, made without building
+// The two texts of a report stamp, as format_date_time_template (or, with `use_locale`,
+// format_date_time_in_locale) gives them for an hv::time of that stamp, made without building
 // one for the usual stamps: the date text is kept by day, the time text written from the tick count.
 // The locale is looked up once, when the formatter is made. One per run.
 struct date_plan;
@@ -97,9 +92,6 @@ private:
 // The host's date locale: the default (name ""), else %LC_TIME%, else %LANG%; true with the name of
 // the first that builds, false with an empty name. -locale asks it once, the locale road per date.
 bool find_date_locale(std::string& name);
-
-// "Jan".."Dec", empty outside 1..12. What uses it: nothing on the roads; the templates spell months themselves.
-std::string month_name_text(int month);
 
 bool parse_date_time_format(date_layout* out, const std::string& date_template,
                             const std::string& time_template, bool pair_datetime);

@@ -76,26 +76,6 @@ bool trim_whitespace_wide(std::wstring& s) {
     return true;
 }
 
-int strip_line_end(std::string& s) {
-    int removed = 0;
-    while (!s.empty() && (s.back() == '\r' || s.back() == '\n')) {
-        s.pop_back();
-        ++removed;
-    }
-    return removed;
-}
-
-bool strip_trailing_slashes_wide(std::wstring& s) {
-    while (!s.empty() && (s.back() == L'/' || s.back() == L'\\')) s.pop_back();
-    return !s.empty();
-}
-
-bool drop_last_chars(std::string& s, int count) {
-    if (s.empty() || count <= 0) return false;
-    s.erase(static_cast<size_t>(count) >= s.size() ? 0 : s.size() - count);
-    return true;
-}
-
 std::string& to_lower(std::string& s) {
     if (!s.empty()) lowering_facet().tolower(&s[0], &s[0] + s.size());
     return s;
@@ -125,21 +105,6 @@ void replace_char(std::string& s, char from, char to, bool ignore_case) {
     for (char& c : s) c = (c == set[0] || c == other) ? to : c;
 }
 
-bool replace_first(std::string& s, std::string& find, const std::string& with, bool ignore_case) {
-    if (s.empty()) return false;
-    size_t pos;
-    if (ignore_case) {
-        std::string lowered = s;
-        to_lower(lowered);
-        pos = lowered.find(to_lower(find));
-    } else {
-        pos = s.find(find);
-    }
-    if (pos == std::string::npos) return false;
-    s.replace(pos, find.size(), with);
-    return true;
-}
-
 std::string& replace_all(std::string& out, const std::string& text, const std::string& find,
                          const std::string& with) {
     out.clear();
@@ -167,8 +132,6 @@ int remove_all_of(Text& s, typename Text::value_type c) {
 }  // namespace
 
 int remove_char(std::string& s, char c) { return remove_all_of(s, c); }
-
-int remove_char_wide(std::wstring& s, wchar_t c) { return remove_all_of(s, c); }
 
 bool split_path(const std::string& path, std::string& folder, std::string& name) {
     folder.clear();

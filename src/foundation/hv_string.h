@@ -20,9 +20,6 @@ struct _16_byte_block {
 // trim
 bool trim_whitespace(std::string& s);          // false if empty or only " \t\r\n"
 bool trim_whitespace_wide(std::wstring& s);    // one class at a time: blanks, tabs, trailing CR, trailing LF
-int strip_line_end(std::string& s);            // count of CR/LF removed from the end
-bool strip_trailing_slashes_wide(std::wstring& s);
-bool drop_last_chars(std::string& s, int count);
 
 // case
 std::string& to_lower(std::string& s);
@@ -31,12 +28,9 @@ std::wstring& to_lower_wide(std::wstring& s);
 
 // replace
 void replace_char(std::string& s, char from, char to, bool ignore_case);
-// With ignore_case, `find` itself is lowered and the caller sees that.
-bool replace_first(std::string& s, std::string& find, const std::string& with, bool ignore_case);
 std::string& replace_all(std::string& out, const std::string& text, const std::string& find,
                          const std::string& with);
 int remove_char(std::string& s, char c);
-int remove_char_wide(std::wstring& s, wchar_t c);
 
 // path: the last "\" wins over any "/"; a separator only at position 0 does not split.
 bool split_path(const std::string& path, std::string& folder, std::string& name);

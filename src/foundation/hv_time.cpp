@@ -14,12 +14,6 @@ constexpr int64_t seconds_per_common_year = 31536000;
 constexpr int64_t seconds_per_leap_year = 31622400;
 constexpr int64_t leap_seconds_to_1600 = 33523200;                 // 388 leap days before 1601
 constexpr uint64_t tm_base_ticks = 93957408000000000ull;           // tm_to_filetime's day zero
-constexpr uint64_t ole_base_ticks = 94353120000000000ull;          // 1899-12-30
-constexpr uint64_t vhd_base_ticks = 125912196000000000ull;         // 2000-01-01 17:00:00: hour 17 is required
-constexpr uint64_t csharp_base_ticks = 504911232000000000ull;      // 0001-01-01 counted back
-constexpr uint64_t snowflake_base_ticks = 130645440000000000ull;   // 2015-01-01
-constexpr uint64_t safari_base_ticks = 126227808000000000ull;      // 2001-01-01
-constexpr uint64_t hfs_base_ticks = 95616288000000000ull;          // 1904-01-01
 
 // Zero-based day of the year on which each month ends; entry 0 is the day before January.
 constexpr int16_t month_end_common[13] = {-1, 30, 58, 89, 119, 150, 180, 211, 242, 272, 303, 333, 364};
@@ -72,29 +66,14 @@ offset_cache& zone_cache() {
     return cache;
 }
 
-void store_pair(hv::time& t, uint64_t ticks) {
-    t.filetime_low = static_cast<uint32_t>(ticks);
-    t.filetime_high = static_cast<uint32_t>(ticks >> 32);
-}
-
-// Both overloads of set_value; they differ in the kinds they know and in reading the value
-// as signed in the comparisons of the millisecond and safari kinds.
-bool set_raw(hv::time& t, uint64_t raw, uint32_t kind, bool is_signed) {
+// Both overloads of set_value.
+bool set_raw(hv::time& t, uint64_t raw, uint32_t kind) {
     t.clear();
     const int64_t sv = static_cast<int64_t>(raw);
     uint64_t ticks;   // unsigned arithmetic: out-of-range values wrap instead of overflowing
     switch (kind) {
     case kind_filetime:
         ticks = raw;
-        break;
-    case kind_chrome:
-        ticks = raw * 10;
-        t.filetime = ticks;
-        break;
-    case kind_firefox3:
-        ticks = static_cast<uint64_t>(sv / 1000000) * ticks_per_second +
-                static_cast<uint64_t>(sv % 1000000) * 10 + unix_epoch_ticks;
-        t.filetime = ticks;
         break;
     case kind_unix:
         t.unix_seconds = sv;
@@ -104,51 +83,6 @@ bool set_raw(hv::time& t, uint64_t raw, uint32_t kind, bool is_signed) {
             t.unix_seconds = 0;
             return false;
         }
-        store_pair(t, ticks);
-        break;
-    case kind_unix_ms: {
-        const uint64_t secs = is_signed ? static_cast<uint64_t>(sv / 1000) : raw / 1000;
-        const uint64_t millis = is_signed ? static_cast<uint64_t>(sv % 1000) : raw % 1000;
-        t.unix_seconds = static_cast<int64_t>(secs);
-        ticks = secs * ticks_per_second + unix_epoch_ticks;
-        t.filetime = ticks;
-        if (is_signed ? sv < 1000 : raw < 1000) {
-            t.unix_seconds = 0;
-            return false;
-        }
-        if (millis) ticks += millis * 10000;
-        store_pair(t, ticks);
-        break;
-    }
-    case kind_ole:
-        if (!is_signed) return false;
-        ticks = raw * ticks_per_day + ole_base_ticks;
-        break;
-    case kind_vhd:
-        ticks = (raw & 0xFFFFFFFFull) * ticks_per_second + vhd_base_ticks;
-        t.filetime = ticks;
-        break;
-    case kind_csharp:
-        if (is_signed) return false;
-        ticks = raw - csharp_base_ticks;
-        break;
-    case kind_snowflake:
-        ticks = static_cast<uint64_t>(sv >> 22) * 10000 + snowflake_base_ticks;
-        break;
-    case kind_safari: {
-        const bool seconds = is_signed ? sv < (int64_t(1) << 32) : raw < (uint64_t(1) << 32);
-        if (seconds)
-            ticks = raw * ticks_per_second;
-        else if (is_signed)   // the remainder (not a division) of a nanosecond count is settled
-            ticks = static_cast<uint64_t>(sv % 10000000) + static_cast<uint64_t>(sv / 1000000000) * ticks_per_second;
-        else
-            ticks = raw % 10000000 + raw / 1000000000 * ticks_per_second;
-        ticks += safari_base_ticks;
-        break;
-    }
-    case kind_hfs_plus:
-        ticks = raw * ticks_per_second + hfs_base_ticks;
-        t.filetime = ticks;
         break;
     default:
         return false;
@@ -158,27 +92,10 @@ bool set_raw(hv::time& t, uint64_t raw, uint32_t kind, bool is_signed) {
 
 }  // namespace
 
-const char* time_kind_name(uint32_t kind) {
-    switch (kind) {
-    case kind_filetime: return "filetime";
-    case kind_chrome: return "chrome";
-    case kind_firefox3: return "firefox3";
-    case kind_unix: return "unix time";
-    case kind_unix_ms: return "unix millisec time";
-    case kind_ole: return "ole";
-    case kind_vhd: return "VHD time";
-    case kind_csharp: return "c# time";
-    case kind_snowflake: return "snowflake time";
-    case kind_safari: return "safari time";
-    case kind_hfs_plus: return "hfs+ time";
-    default: return "";
-    }
-}
-
-bool time::set_value(uint64_t value, uint32_t kind) { return set_raw(*this, value, kind, false); }
+bool time::set_value(uint64_t value, uint32_t kind) { return set_raw(*this, value, kind); }
 
 bool time::set_value(int64_t value, uint32_t kind) {
-    return set_raw(*this, static_cast<uint64_t>(value), kind, true);
+    return set_raw(*this, static_cast<uint64_t>(value), kind);
 }
 
 bool time::set_filetime(int64_t ticks) {
@@ -191,7 +108,6 @@ bool time::set_filetime(int64_t ticks) {
     unix_seconds = static_cast<int64_t>(since_1970 / ticks_per_second);
     if (since_1970 < ticks_per_second) return false;   // the whole first second of 1970 is no date
     filetime_to_fields(filetime, &fields);
-    store_pair(*this, filetime);
     dos_pair dos{dos_date, dos_time};
     if (dos_from_fields(fields, &dos)) {
         dos_date = dos.date_word;
@@ -238,7 +154,6 @@ bool time::set_from_tm(const struct tm* tm, int milliseconds, bool as_utc) {
         const uint64_t ticks = tm_to_filetime(&local_tm, static_cast<uint64_t>(milliseconds));
         filetime = ticks;
         if (ticks == 0) return false;
-        store_pair(*this, ticks);
         if (!set_filetime(static_cast<int64_t>(ticks))) return false;
     } else {
         struct tm scratch = local_tm;
@@ -248,7 +163,6 @@ bool time::set_from_tm(const struct tm* tm, int milliseconds, bool as_utc) {
         uint64_t ticks = unix_epoch_ticks + static_cast<uint64_t>(unix_seconds) * ticks_per_second;
         if (milliseconds != 0) ticks += static_cast<uint64_t>(static_cast<int64_t>(milliseconds)) * 10000;
         filetime = ticks;
-        store_pair(*this, ticks);
         set_filetime(static_cast<int64_t>(ticks));   // its answer is not consulted on this road
     }
     valid = true;
@@ -303,26 +217,6 @@ bool filetime_to_fields(uint64_t ticks, time_fields* out) {
     out->nanoseconds = f * 100;
     out->picoseconds = f * 100000;
     return true;
-}
-
-bool filetime_to_systemtime(uint64_t ticks, _windows_systemtime* out) {
-    time_fields f;
-    const bool ok = filetime_to_fields(ticks, &f);
-    out->year = f.year;
-    out->month = f.month;
-    out->day_of_week = f.day_of_week;
-    out->day = f.day;
-    out->hour = f.hour;
-    out->minute = f.minute;
-    out->second = f.second;
-    out->milliseconds = f.milliseconds;
-    return ok;
-}
-
-bool filetime_to_dos(uint64_t ticks, dos_pair* out) {
-    time_fields f;
-    if (!filetime_to_fields(ticks, &f)) return false;
-    return dos_from_fields(f, out);
 }
 
 uint64_t tm_to_filetime(struct tm* tm, uint64_t milliseconds) {

@@ -13,24 +13,10 @@ constexpr uint64_t unix_epoch_ticks = 116444736000000000ull;       // 1970-01-01
 constexpr uint64_t ntp_epoch_ticks = 94354848000000000ull;         // 1900-01-01 00:00:00 UTC
 
 // How a raw value is read; one bit at a time.
-// What uses it: the roads read FILETIMEs (and DOS pairs); the other kinds wait for a road.
 enum time_kind : uint32_t {
     kind_filetime = 1,          // ticks since 1601
-    kind_chrome = 2,            // microseconds since 1601
-    kind_firefox3 = 4,          // microseconds since 1970
     kind_unix = 8,              // seconds since 1970
-    kind_unix_ms = 16,          // milliseconds since 1970
-    kind_ole = 256,             // days since 1899-12-30 (signed overload only)
-    kind_vhd = 2048,            // seconds since 2000-01-01 17:00 UTC, low 32 bits
-    kind_csharp = 32768,        // ticks since 0001-01-01 (unsigned overload only)
-    kind_snowflake = 0x20000,   // milliseconds since 2015 in the top bits
-    kind_safari = 0x40000,      // seconds (or nanoseconds) since 2001
-    kind_hfs_plus = 0x80000,    // seconds since 1904
 };
-
-// The program's own word for a kind ("filetime", "unix time", ...); "" for an unknown kind.
-// What uses it: nothing on the roads.
-const char* time_kind_name(uint32_t kind);
 
 // SYSTEMTIME layout.
 struct _windows_systemtime {
@@ -75,8 +61,6 @@ class time {
 public:
     int64_t unix_seconds = 0;   // unsigned quotient: before 1970 this is a huge positive number
     uint64_t filetime = 0;
-    uint32_t filetime_low = 0;
-    uint32_t filetime_high = 0;
     uint16_t dos_date = 0;      // zero outside 1980..2037
     uint16_t dos_time = 0;
     struct tm local_tm {};
@@ -107,9 +91,6 @@ bool plain_date(uint64_t ticks);
 bool dos_to_tm(const dos_pair& pair, struct tm& out);
 
 bool filetime_to_fields(uint64_t ticks, time_fields* out);
-// What uses them: nothing on the roads, which read `fields`.
-bool filetime_to_systemtime(uint64_t ticks, _windows_systemtime* out);
-bool filetime_to_dos(uint64_t ticks, dos_pair* out);
 // Inverse on fields that need not be in range; folds and rewrites tm_mon only.
 // Its leap rule reads tm_year, so 2000 counts as a common year.
 uint64_t tm_to_filetime(struct tm* tm, uint64_t milliseconds);

@@ -4,8 +4,6 @@
 #include <cstring>
 #include <set>
 
-#include "indexdat/hv_entry.h"
-
 namespace {
 
 constexpr char container_signature[] = "Client UrlCache";
@@ -52,8 +50,6 @@ void HASH_TABLE_RECORD::clear() {
     std::memset(bytes, 0, size);
     valid = false;
     pairs.clear();
-    url_entries.clear();
-    redr_entries.clear();
 }
 
 void INDEX_DAT_RECORD::clear() {
@@ -61,9 +57,6 @@ void INDEX_DAT_RECORD::clear() {
     directory_names.clear();
     hash_tables.clear();
     valid = false;
-    entries.clear();
-    gap_url_entries.clear();
-    gap_redr_entries.clear();
     chain_read_whole = false;
 }
 
@@ -89,8 +82,7 @@ const std::string* directory_name_of(const INDEX_DAT_RECORD& record, uint8_t ind
     return static_cast<int64_t>(index) < names ? &record.directory_names[index] : nullptr;
 }
 
-int read_hash_block(HASH_TABLE_RECORD& record, const uint8_t* buffer, uint64_t block_offset, uint32_t size,
-                    bool decode_entries) {
+int read_hash_block(HASH_TABLE_RECORD& record, const uint8_t* buffer, uint64_t block_offset, uint32_t size) {
     record.clear();
     if (!buffer || block_offset + HASH_TABLE_RECORD::size > size) return 0;
     if (hv::le32(buffer, size, block_offset + HASH_TABLE_RECORD::at_signature) != signature_hash) return 0;
@@ -106,21 +98,8 @@ int read_hash_block(HASH_TABLE_RECORD& record, const uint8_t* buffer, uint64_t b
         if (pair.flag == unset_u32) break;
         if (pair.offset < size) {
             uint32_t signature = hv::le32(buffer, size, pair.offset);
-            if (signature == signature_url || signature == signature_leak) {
+            if (signature == signature_url || signature == signature_leak || signature == signature_redr)
                 record.pairs.push_back(pair);
-                if (decode_entries) {
-                    URL_OR_LEAK_ACTIVITY_RECORD entry;
-                    decode_url_or_leak(entry, buffer, pair.offset, size);
-                    if (entry.valid) record.url_entries.push_back(std::move(entry));
-                }
-            } else if (signature == signature_redr) {
-                record.pairs.push_back(pair);
-                if (decode_entries) {
-                    REDR_ACTIVITY_RECORD entry;
-                    decode_redr(entry, buffer, pair.offset, size);
-                    if (entry.valid) record.redr_entries.push_back(std::move(entry));
-                }
-            }
         }
         slot += FLAG_OFFSET_PAIR::size;
         if (!inside_at(slot, FLAG_OFFSET_PAIR::size, size)) break;
@@ -129,30 +108,7 @@ int read_hash_block(HASH_TABLE_RECORD& record, const uint8_t* buffer, uint64_t b
     return 1;
 }
 
-void INDEX_DAT_RECORD::add_entry(uint32_t hash_block, uint64_t offset, uint32_t length, uint32_t url_index,
-                                 uint32_t redr_index, bool found_in_gap) {
-    auto it = entries.find(offset);
-    if (it != entries.end()) {
-        it->second.hash_blocks.push_back(hash_block);
-        return;
-    }
-    entry_record entry(hash_block, offset, length, url_index, redr_index);
-    entry.found_in_gap = found_in_gap;
-    entries.emplace(offset, std::move(entry));
-}
-
-void INDEX_DAT_RECORD::merge_block(uint32_t block_number, const HASH_TABLE_RECORD& block) {
-    for (uint32_t i = 0; i < block.url_entries.size(); ++i) {
-        const auto& entry = block.url_entries[i];
-        add_entry(block_number, entry.offset, entry.header.block_count() * entry_block_size, i, no_index, false);
-    }
-    for (uint32_t i = 0; i < block.redr_entries.size(); ++i) {
-        const auto& entry = block.redr_entries[i];
-        add_entry(block_number, entry.offset, entry.block_count() * entry_block_size, no_index, i, false);
-    }
-}
-
-bool INDEX_DAT_RECORD::walk_hash_tables(const uint8_t* buffer, uint32_t size, bool find_gaps, bool decode_entries) {
+bool INDEX_DAT_RECORD::walk_hash_tables(const uint8_t* buffer, uint32_t size) {
     chain_read_whole = false;
     if (!read_header_and_names(*this, buffer, size)) return false;
 
@@ -160,57 +116,14 @@ bool INDEX_DAT_RECORD::walk_hash_tables(const uint8_t* buffer, uint32_t size, bo
     if (at != 0 && size > at + HASH_TABLE_RECORD::size) {
         // A chain that points back into itself would never end: each block is read once.
         std::set<uint64_t> seen;
-        for (uint32_t block_number = 0; at != 0 && at < size && seen.insert(at).second; ++block_number) {
+        while (at != 0 && at < size && seen.insert(at).second) {
             if (!inside_at(at, URL_HEADER::size, size)) break;
             HASH_TABLE_RECORD block;
-            if (!read_hash_block(block, buffer, at, size, decode_entries)) break;
-            merge_block(block_number, block);
+            if (!read_hash_block(block, buffer, at, size)) break;
             at = block.next_offset();
             hash_tables.push_back(std::move(block));
             chain_read_whole = at == 0;
         }
-    }
-    if (entries.empty() || !find_gaps) return valid;
-
-    struct gap { uint64_t start, length; };
-    std::vector<gap> gaps;
-    uint64_t end = 0;
-    for (const auto& item : entries) {
-        const entry_record& entry = item.second;
-        if (end != 0 && entry.offset > end) gaps.push_back({end, entry.offset - end});
-        end = entry.offset + entry.length;
-        if (end >= size) break;
-    }
-
-    for (const gap& g : gaps) {
-        for (uint64_t block = g.start; block + entry_block_size <= g.start + g.length; block += entry_block_size) {
-            // The size handed on is the gap's remainder while the offset is absolute, as the walk has it.
-            uint32_t left = static_cast<uint32_t>(g.start + g.length - block);
-            uint32_t signature = hv::le32(buffer, size, block);
-            if (signature == signature_url || signature == signature_leak) {
-                URL_OR_LEAK_ACTIVITY_RECORD entry;
-                decode_url_or_leak(entry, buffer, static_cast<uint32_t>(block), left);
-                if (entry.valid) {
-                    entry.from_gap = true;
-                    gap_url_entries.push_back(std::move(entry));
-                }
-            } else if (signature == signature_redr) {
-                REDR_ACTIVITY_RECORD entry;
-                decode_redr(entry, buffer, block, left);
-                if (entry.valid) {
-                    entry.from_gap = true;
-                    gap_redr_entries.push_back(std::move(entry));
-                }
-            }
-        }
-    }
-    for (uint32_t i = 0; i < gap_url_entries.size(); ++i) {
-        const auto& entry = gap_url_entries[i];
-        add_entry(no_index, entry.offset, entry.header.block_count() * entry_block_size, i, no_index, true);
-    }
-    for (uint32_t i = 0; i < gap_redr_entries.size(); ++i) {
-        const auto& entry = gap_redr_entries[i];
-        add_entry(no_index, entry.offset, entry.block_count() * entry_block_size, no_index, i, true);
     }
     return valid;
 }
@@ -246,7 +159,7 @@ bool container_facts::read(const uint8_t* buffer, uint32_t size) {
     if (size > at_bitmap)
         bitmap.assign(buffer + at_bitmap, buffer + at_bitmap + std::min<uint64_t>(bitmap_bytes, size - at_bitmap));
     // The walk reads the directory names too; it leaves them empty when their table is out of bounds.
-    record.walk_hash_tables(buffer, size, false, false);
+    record.walk_hash_tables(buffer, size);
     for (const HASH_TABLE_RECORD& block : record.hash_tables)
         for (const FLAG_OFFSET_PAIR& pair : block.pairs) listed.push_back(pair.offset);
     std::sort(listed.begin(), listed.end());

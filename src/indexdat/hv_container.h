@@ -2,7 +2,6 @@
 // directories, and the chain of HASH blocks that the container keeps as its own index.
 #pragma once
 #include <cstdint>
-#include <map>
 #include <string>
 #include <vector>
 
@@ -10,7 +9,6 @@
 #include "indexdat/hv_index_format.h"
 
 constexpr uint32_t signature_hash = 0x48534148;  // "HASH"
-constexpr uint32_t no_index = 0xFFFFFFFFu;       // entry_record: no URL / REDR record, or a gap's block
 
 // One slot of a HASH block.
 struct FLAG_OFFSET_PAIR {
@@ -21,7 +19,7 @@ struct FLAG_OFFSET_PAIR {
     uint32_t offset = 0;
 };
 
-// A HASH block: its first 24 bytes as copied, and the entries its slots name.
+// A HASH block: its first 24 bytes as copied, and the slots that name an entry.
 struct HASH_TABLE_RECORD {
     static constexpr uint32_t size = 24;  // bytes copied
     static constexpr uint32_t at_signature = 0;
@@ -32,26 +30,11 @@ struct HASH_TABLE_RECORD {
     uint8_t bytes[size];
     bool valid = false;
     std::vector<FLAG_OFFSET_PAIR> pairs;
-    std::vector<URL_OR_LEAK_ACTIVITY_RECORD> url_entries;
-    std::vector<REDR_ACTIVITY_RECORD> redr_entries;
 
     HASH_TABLE_RECORD() { clear(); }
     void clear();
     uint32_t block_count() const { return hv::le32(bytes, size, at_block_count); }
     uint32_t next_offset() const { return hv::le32(bytes, size, at_next); }
-};
-
-// An entry as the hash walk knows it.
-struct entry_record {
-    uint64_t offset;
-    uint32_t length;      // block count x 128
-    uint32_t url_index;   // into the block's (or gap's) URL list; no_index for none
-    uint32_t redr_index;  // into the REDR list; no_index for none
-    std::vector<uint32_t> hash_blocks;  // numbers of the HASH blocks naming it; no_index for a gap entry
-    bool found_in_gap = false;
-
-    entry_record(uint32_t hash_block, uint64_t offset, uint32_t length, uint32_t url_index, uint32_t redr_index)
-        : offset(offset), length(length), url_index(url_index), redr_index(redr_index), hash_blocks{hash_block} {}
 };
 
 // What the system knows of one container beside its entries.
@@ -70,23 +53,14 @@ struct INDEX_DAT_RECORD {
     std::vector<std::string> directory_names;  // 8 bytes each, NULs kept
     std::vector<HASH_TABLE_RECORD> hash_tables;
     bool valid = false;
-    std::map<uint64_t, entry_record> entries;
-    std::vector<URL_OR_LEAK_ACTIVITY_RECORD> gap_url_entries;
-    std::vector<REDR_ACTIVITY_RECORD> gap_redr_entries;
 
     INDEX_DAT_RECORD() { clear(); }
     void clear();
 
-    // Follows the container's own HASH chain and, with `find_gaps`, looks for entries in the
-    // space between those it names. The default report is built from the scan alone; the lossless
-    // report asks the walk which offsets the chain names (then without decoding the entries).
-    bool walk_hash_tables(const uint8_t* buffer, uint32_t size, bool find_gaps, bool decode_entries = true);
+    // Follows the container's own HASH chain into hash_tables. The default report is built from the
+    // scan alone; the lossless report asks the walk which offsets the chain names.
+    bool walk_hash_tables(const uint8_t* buffer, uint32_t size);
     bool chain_read_whole = false;  // the walk followed the chain to its end, and no further
-
-private:
-    void merge_block(uint32_t block_number, const HASH_TABLE_RECORD& block);
-    void add_entry(uint32_t hash_block, uint64_t offset, uint32_t length, uint32_t url_index, uint32_t redr_index,
-                   bool found_in_gap);
 };
 
 // 1 when the first bytes are a container's header; the 81 bytes are copied whatever the answer.
@@ -105,9 +79,8 @@ const std::string* directory_name_of(const INDEX_DAT_RECORD& record, uint8_t ind
 // 0 otherwise. A range at `base` itself, or one that ends exactly at `total`, counts as outside.
 uint64_t range_is_inside(const void* base, const void* pointer, uint64_t length, uint64_t total);
 
-// Reads the HASH block at `block_offset` and, with `decode_entries`, decodes every entry its slots name.
-int read_hash_block(HASH_TABLE_RECORD& record, const uint8_t* buffer, uint64_t block_offset, uint32_t size,
-                    bool decode_entries = true);
+// Reads the HASH block at `block_offset`: its bytes, and the slots that name a URL, LEAK or REDR entry.
+int read_hash_block(HASH_TABLE_RECORD& record, const uint8_t* buffer, uint64_t block_offset, uint32_t size);
 
 // What the lossless report asks of one container beside its entries: its directory names, whether its
 // allocation bitmap counts a block in use (a live entry) or free (a deleted one), and whether its own

@@ -79,7 +79,6 @@ void URL_OR_LEAK_ACTIVITY_RECORD::clear() {
     user.clear();
     valid = false;
     offset = 0;
-    from_gap = false;
     block_count_rewrite = 0;
 }
 
@@ -92,7 +91,6 @@ void REDR_ACTIVITY_RECORD::clear() {
     url.clear();
     valid = false;
     offset = 0;
-    from_gap = false;
 }
 
 REDR_ACTIVITY_RECORD::REDR_ACTIVITY_RECORD(const uint8_t* buffer, uint64_t offset, uint32_t size) {
@@ -275,7 +273,6 @@ void fill_activity_from_url_or_leak(activity_record& row, URL_OR_LEAK_ACTIVITY_R
     if (h.last_sync().date_word != unset_dos_date) row.last_sync = h.last_sync();
     if (h.second_stamp().date_word != unset_dos_date) row.second_stamp = h.second_stamp();
     row.directory_index = h.directory_index();
-    row.valid = record.valid;
 }
 
 void fill_activity_from_redr(activity_record& row, REDR_ACTIVITY_RECORD&& record, uint32_t category,
@@ -286,7 +283,6 @@ void fill_activity_from_redr(activity_record& row, REDR_ACTIVITY_RECORD&& record
     row.offset = record.offset;
     row.source_file = source;
     row.url.swap(record.url);
-    row.valid = record.valid;
     row.is_redr = true;
 }
 

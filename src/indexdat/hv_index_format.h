@@ -77,7 +77,6 @@ struct URL_OR_LEAK_ACTIVITY_RECORD {
     std::string user;
     bool valid = false;
     uint64_t offset = 0;  // in the buffer while decoding, then the position in the input
-    bool from_gap = false;
     // The block count as this decoding rewrote it (the distance to the next signature, in blocks);
     // 0 when no signature followed and the file's own count stood.
     uint32_t block_count_rewrite = 0;
@@ -99,7 +98,6 @@ struct REDR_ACTIVITY_RECORD {
     std::string url;
     bool valid = false;
     uint64_t offset = 0;
-    bool from_gap = false;
 
     REDR_ACTIVITY_RECORD() { clear(); }
     REDR_ACTIVITY_RECORD(const uint8_t* buffer, uint64_t offset, uint32_t size);

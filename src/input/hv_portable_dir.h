@@ -80,10 +80,6 @@ public:
     // Filters a file and rewrites a "\\" path; true when the name goes on.
     bool fixup_directory_or_file(std::wstring& path, bool is_folder);
 
-    bool is_walking() const { return walking; }
-    uint32_t get_max_level() const { return max_level; }
-    const time_window* get_window() const { return window; }
-
 private:
     std::deque<_folder_level> folders;
     std::deque<std::wstring> files;

@@ -1,6 +1,7 @@
 // Partition tables and volume boot sectors, as far as the opening of a disk image reads them.
 // Decoding is a pure function of (bytes, size): nothing here reads files or prints.
-// What uses it: the VMDK opening, which notes each volume's offset; no road reads those yet.
+// Kept for an image road that may look its volumes up: no road uses the lookup today. The VMDK
+// opening runs it and notes each volume's offset and sector size (volume_offsets), which nothing reads.
 #pragma once
 #include <array>
 #include <cstddef>

@@ -153,35 +153,6 @@ bool fileio::read_into(std::vector<uint8_t>& out, uint64_t count, uint64_t offse
     return true;
 }
 
-bool fileio::process_chunks(chunk_callback callback, void* context, uint32_t chunk_size, uint32_t overlap,
-                            uint64_t start) {
-    if (!is_open() || callback == nullptr) return false;
-    uint64_t total = get_size();
-    if (total - start < chunk_size) {
-        chunk_size = static_cast<uint32_t>(total - start);
-        overlap = 0;
-    }
-    std::vector<uint8_t> chunk;
-    try {
-        chunk.assign(chunk_size, 0);
-    } catch (const std::bad_alloc&) {
-        return false;
-    }
-    uint32_t length = chunk_size;
-    uint64_t position = start;
-    // Each chunk after the first starts `overlap` bytes before the previous one ended, so a record
-    // that straddles a chunk's end is seen whole in the next. At the end of the file this delivers
-    // the last `overlap` bytes once more, alone and with overlap 0; the scan's results rely on it.
-    do {
-        if (!read(chunk.data(), length, position)) break;
-        if (overlap >= length) overlap = 0;
-        callback(this, context, chunk.data(), length, overlap, position);
-        position = position - overlap + length;
-        if (position + length > total) length = static_cast<uint32_t>(total - position);
-    } while (position < total && static_cast<int32_t>(length) > 0);
-    return true;
-}
-
 bool fileio::append(const char* data, uint32_t count) { return append_some(data, count) != -1; }
 
 long fileio::append_some(const char* data, uint32_t count) {

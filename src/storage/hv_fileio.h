@@ -14,13 +14,7 @@
 
 namespace uni {
 
-class fileio;
 class fileio_output;
-
-// Callback of process_chunks. `offset` is the file position of chunk[0]; consecutive chunks
-// share `overlap` bytes. The answer is ignored.
-using chunk_callback = uint32_t (*)(fileio* file, void* context, uint8_t* chunk, uint32_t length,
-                                    uint32_t overlap, uint64_t offset);
 
 // A file on a plain descriptor. Owns the descriptor and the report stream made by get_output.
 class fileio {
@@ -50,11 +44,6 @@ public:
     bool read(void* buffer, uint64_t& length, uint64_t offset);
     // Reads up to `count` bytes at `offset` into `out` (resized); a count of 0 leaves it alone.
     bool read_into(std::vector<uint8_t>& out, uint64_t count, uint64_t offset);
-
-    // Feeds the file to `callback` in chunks of `chunk_size` that overlap by `overlap` bytes.
-    // What uses it: nothing on the roads, which read through the image interface.
-    bool process_chunks(chunk_callback callback, void* context, uint32_t chunk_size, uint32_t overlap,
-                        uint64_t start);
 
     // Writes at the end of the file; a short write counts as success.
     bool append(const char* data, uint32_t count);

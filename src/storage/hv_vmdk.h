@@ -83,6 +83,8 @@ struct VMWARE_DISK {
     std::vector<GRAIN_TABLE> grain_tables;
     uint64_t first_grain_offset = 0;
     std::vector<uint8_t> first_sector;  // the virtual disk's first 512 bytes as this file holds them
+    // The volume lookup's answers (hv_disk_structs), kept for an image road that may use them:
+    // no road reads them today.
     std::vector<uint64_t> volume_offsets;
     std::vector<uint32_t> volume_sector_sizes;
     uint32_t sector_size = 512;

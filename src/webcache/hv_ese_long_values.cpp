@@ -63,8 +63,6 @@ void ese_long_value_reader::read_long_value_page(const uint8_t* page, size_t pag
     });
 }
 
-bool ese_long_value_reader::is_long_value_object(uint32_t object) const { return tables_.count(object) != 0; }
-
 void ese_long_value_reader::values_of_table(uint32_t table, ese_long_values& out) const {
     out.clear();
     for (const auto& tree : tables_) {

@@ -37,7 +37,6 @@ public:
     // The long values of the tree that belongs to `table`, each its pieces joined up to its size (a
     // missing piece ends it); empty when the catalog named no tree for it.
     void values_of_table(uint32_t table, ese_long_values& out) const;
-    bool is_long_value_object(uint32_t object) const;
 
 private:
     struct value {

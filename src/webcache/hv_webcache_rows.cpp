@@ -89,7 +89,6 @@ void fill_activity_from_webcache(activity_record& row, const webcache_record& re
     row.source_file = source;
     row.offset = 0;
     row.allocated = 1;  // a record of a live table
-    row.valid = true;
     row.file_name = record.file_name;
     if (!whole) clean_field(row.file_name);
     if (record.leak || record.container == nullptr) {

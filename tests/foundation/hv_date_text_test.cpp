@@ -86,6 +86,6 @@ TEST(TimeReader, ExampleTable) {
 TEST(DateForms, LocaleRoad) {
     const std::locale classic = std::locale::classic();
     std::string date, time;
-    format_date_time_in_locale(date, time, hv::time(moment, hv::kind_filetime), &classic, true, false, false);
+    format_date_time_in_locale(date, time, hv::time(moment, hv::kind_filetime), &classic);
     EXPECT_EQ(date + " " + time, "03/09/15 13:05:09.123");
 }

@@ -42,7 +42,6 @@ constexpr hv::dos_pair dos_2015_03_09_083000 = {0x4669, 0x43C0};
 activity_record url_row() {
     activity_record row;
     row.signature = {'U', 'R', 'L', ' '};
-    row.valid = true;
     row.offset = 20480;
     row.url = "http://www.example.com/";
     row.source_file = "Content.IE5/index.dat";

@@ -92,7 +92,7 @@ int parse_list(run_context& run, const cmd_opts& opts, entry_writer& report, ent
     for (;;) {
         // What reading the list says goes out in its place among the files' messages.
         console_capture* previous = capture_console(&jobs.list_console());
-        const bool more = jobs.ok() && input.read(name, true);
+        const bool more = jobs.going() && input.read(name, true);
         capture_console(previous);
         if (!more) break;
         if (!name.empty()) jobs.add(name);

@@ -33,7 +33,15 @@ bool scan_file(run_context& run, const input_ref& input, image_reader& file, boo
 }
 
 bool scan_one_file(run_context& run, const input_ref& input, image_reader& file, bool& result) {
-    return read_database(run, input, file, result) || scan_file(run, input, file, result);
+    const uint64_t size = file.size();
+    if (size == 0 || size > whole_file_limit) return read_database(run, input, file, result) || scan_file(run, input, file, result);
+    // A file read whole is read once, into the scan's buffer: the look at its header and its scan take
+    // the same bytes.
+    result = false;
+    const uint8_t* bytes = view_or_read(file, 0, static_cast<size_t>(size), run.scan.buffer);
+    if (bytes == nullptr) return false;  // no memory or no read: no header row either
+    memory_image whole(bytes, static_cast<size_t>(size));
+    return read_database(run, input, whole, result) || scan_file(run, input, whole, result);
 }
 
 bool process_input(run_context& run, const input_ref& input) {

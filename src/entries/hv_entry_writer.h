@@ -2,6 +2,8 @@
 // WebCache reader) and the report forms (rows, -complete, timelines, the case database).
 #pragma once
 #include <cstdint>
+#include <memory>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -43,6 +45,15 @@ public:
     virtual void end_input(const input_summary& summary) = 0;
     // False once the writer's output has failed: nothing more will reach it.
     virtual bool ok() const = 0;
+
+    // A copy for another thread that writes the same rows to `out`, never the header row; null for a
+    // writer whose output can't be made apart (the case database).
+    virtual std::unique_ptr<entry_writer> copy_to(std::ostream& out) const {
+        (void)out;
+        return nullptr;
+    }
+    // What such a copy wrote, written here in its turn, the header row first when it is still pending.
+    virtual void write_made(const std::string& text) { (void)text; }
 };
 
 // Two writers fed the same entries: the report and the case database of one decoding.

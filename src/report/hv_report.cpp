@@ -305,6 +305,18 @@ void rows_writer::write(const activity_record& row) {
 
 void rows_writer::end_input(const input_summary&) { write_header_if_pending(); }
 
+std::unique_ptr<entry_writer> rows_writer::copy_to(std::ostream& out) const {
+    report_settings settings = settings_;
+    settings.header = false;
+    return std::make_unique<rows_writer>(out, settings);
+}
+
+void rows_writer::write_made(const std::string& text) {
+    write_header_if_pending();
+    out_.write(text.data(), static_cast<std::streamsize>(text.size()));
+    out_.flush();
+}
+
 std::unique_ptr<entry_writer> make_report_writer(std::ostream& out, const report_settings& settings) {
     if (settings.timeline != timeline_form::none) return std::make_unique<timeline_writer>(out, settings.timeline);
     return std::make_unique<rows_writer>(out, settings);

@@ -45,6 +45,8 @@ public:
     // The header row if it is still pending.
     void end_input(const input_summary&) override;
     bool ok() const override { return !out_.bad(); }
+    std::unique_ptr<entry_writer> copy_to(std::ostream& out) const override;
+    void write_made(const std::string& text) override;
 
 private:
     void write_header_if_pending();

@@ -3,6 +3,7 @@
 #pragma once
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <ostream>
 #include <vector>
 
@@ -53,6 +54,13 @@ public:
     void write(const activity_record& row) override;
     void end_input(const input_summary&) override {}
     bool ok() const override { return !out_.bad(); }
+    std::unique_ptr<entry_writer> copy_to(std::ostream& out) const override {
+        return std::make_unique<timeline_writer>(out, form_);
+    }
+    void write_made(const std::string& text) override {
+        out_.write(text.data(), static_cast<std::streamsize>(text.size()));
+        out_.flush();
+    }
 
 private:
     void put_name(const activity_record& row);

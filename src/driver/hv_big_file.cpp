@@ -202,9 +202,11 @@ bool scan_device(input_scan& scan, image_reader& disk, bool padded, unsigned thr
         return true;
     }
     auto percent = [total](uint64_t position) { return device_percent(static_cast<int64_t>(position), total); };
-    // Every worker reads through a handle of its own: the libraries' handles are not shared.
+    // Every worker reads through a handle of its own: the libraries' handles are not shared. One thread
+    // scans, and takes no more than some sixteen workers can give (each handle of libewf holds some MiB).
+    constexpr unsigned most_workers = 16;
     std::vector<std::unique_ptr<image_reader>> workers;
-    for (unsigned i = 0; threads > 1 && open_another && i < threads; ++i) {
+    for (unsigned i = 0; threads > 1 && open_another && i < std::min(threads, most_workers); ++i) {
         std::unique_ptr<image_reader> reader = open_another();
         if (!reader) break;
         workers.push_back(std::move(reader));

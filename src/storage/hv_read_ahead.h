@@ -17,7 +17,7 @@ class read_ahead {
 public:
     // One worker for each reader of `workers` (none: every read is made by take(), on the caller's
     // thread, through `own`); each worker reads runs of `batch` windows, at most `depth` runs ahead.
-    read_ahead(image_reader& own, std::vector<std::unique_ptr<image_reader>> workers, size_t depth = 2);
+    read_ahead(image_reader& own, std::vector<std::unique_ptr<image_reader>> workers, size_t depth = 1);
     ~read_ahead();
     read_ahead(const read_ahead&) = delete;
     read_ahead& operator=(const read_ahead&) = delete;

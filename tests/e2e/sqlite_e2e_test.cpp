@@ -114,8 +114,9 @@ void expect_database_matches(const std::vector<std::string>& args, const std::st
 TEST(SqliteE2E, EntriesAreTheCompleteRowsOnTheFileAndImageRoads) {
     RAVEL_NEEDS(missing_real_fixtures());
     RAVEL_NEEDS(missing_tools({"sqlite3"}, "sqlite3"));
-    expect_database_matches({"-pipe"}, real_container("Content.IE5") + "\n" + real_container("History.IE5") + "\n" + real_container("deleted") + "\n",
-                            60);
+    const std::string list =
+        real_container("Content.IE5") + "\n" + real_container("History.IE5") + "\n" + real_container("deleted") + "\n";
+    expect_database_matches({"-pipe"}, list, 60);
 
     // A container inside a disk image: the image road, offsets on the disk.
     temp_dir dir;

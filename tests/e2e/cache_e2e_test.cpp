@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <sstream>
 
 #include "support/needs.h"
@@ -24,7 +23,7 @@ std::string with_source(const std::string& rows, const std::string& source) {
 
 // The real containers' folder names are part of what is read (they set the cache kind), so the
 // run starts in the fixtures folder and names the files relative to it.
-void expect_report(const std::string& folder, const std::string& rows, size_t count) {
+void expect_report(const std::string& folder, const std::string& rows) {
     RAVEL_NEEDS(missing_real_fixtures());
     const std::string dir = real_fixtures_dir();
     std::string path = folder + "/index.dat";
@@ -32,9 +31,7 @@ void expect_report(const std::string& folder, const std::string& rows, size_t co
     run_result r = run_ravel({"-f", path}, "", {}, dir);
     EXPECT_EQ(r.status, 0);
     EXPECT_EQ(r.err, long_erase);
-    std::string expected = header_row + with_source(rows, path);
-    EXPECT_EQ(after_preamble(r.out), expected);
-    EXPECT_EQ(std::count(expected.begin(), expected.end(), '\n'), static_cast<long>(count + 1));
+    EXPECT_EQ(after_preamble(r.out), header_row + with_source(rows, path));
     EXPECT_EQ(read_file(dir + "/" + path), before);
 }
 
@@ -78,7 +75,7 @@ TEST(CacheE2E, BrowserCacheContainerGivesEveryEntry) {
 2013-08-29,13:09:54.000 UTC,2015-08-25,11:09:30.326 UTC,,,2015-08-25,11:09:32.000 UTC,URL ,http://download.microsoft.com/download/6/1/4/6141BFD5-40FD-4148-A3C9-E355338A9AC8/Windows6.1-KB2882822-x64.msu,gold_administrator,Windows6.1-KB2882822-x64[1].msu,8439057,ENG3X4ZR,1,HTTP/1.1 200 OK  Content-Type: application/octet-stream  ETag: "bda9a3db9a4ce1:0"  Content-Disposition: attachment  Content-Length: 8439057
 ,,,,,,,,REDR,http://go.microsoft.com/fwlink/?LinkID=299197,,,0,,0,
 2015-06-02,23:14:42.000 UTC,2015-08-25,11:09:44.326 UTC,,,2015-08-25,11:09:46.000 UTC,URL ,http://download.microsoft.com/download/C/0/1/C0186BE0-0ADB-4AF3-B97D-11FCEBE6BD68/IE11-Windows6.1-KB2841134-x64.cab,gold_administrator,IE11-Windows6.1-KB2841134-x64[1].cab,58464861,ENG3X4ZR,1,HTTP/1.1 200 OK  Content-Type: application/octet-stream  Content-Disposition: attachment  ETag: "05ddfe7899dd01:0"  Content-Length: 58464861
-)", 35);
+)");
 }
 
 TEST(CacheE2E, HistoryContainerGivesEveryEntry) {
@@ -101,7 +98,7 @@ TEST(CacheE2E, HistoryContainerGivesEveryEntry) {
 2015-08-25,11:15:32.342 UTC,2015-08-25,11:15:32.342 UTC,2015-09-20,11:15:34.000 UTC,2015-08-25,11:15:34.000 UTC,URL ,Visited: gold_administrator@http://www.microsoft.com/en-us/download/confirmation.aspx?id=40901,,,0,,8,
 2015-08-25,11:15:32.342 UTC,2015-08-25,11:15:32.342 UTC,2015-09-20,11:15:34.000 UTC,2015-08-25,11:15:34.000 UTC,URL ,Visited: gold_administrator@http://www.msn.com/de-ch/?ocid=iehp&AR=1,,,0,,4,
 2015-08-25,11:06:32.117 UTC,2015-08-25,11:06:32.117 UTC,2015-09-20,11:06:34.000 UTC,2015-08-25,11:06:34.000 UTC,URL ,Visited: gold_administrator@http://www.microsoft.com/de-ch/download/confirmation.aspx?id=40901,,,0,,2,
-)", 17);
+)");
 }
 
 // Inputs that are no container at all, and names that give no file to read (the hostile inputs go further).

@@ -155,23 +155,6 @@ TEST(CompleteE2E, EveryRowParsesToTwentyFieldsThatKeepTheirBytes) {
     // A daily history URL is local time whatever the path says.
     EXPECT_EQ(rows[3][1], "12:00:00.000 local");
 
-    // The real containers and inputs built to hurt: every row has twenty fields.
-    std::vector<std::string> inputs;
-    if (!real_fixtures_dir().empty()) {
-        for (const char* name : {"Content.IE5", "History.IE5", "deleted"})
-            inputs.push_back(real_fixtures_dir() + "/" + name + "/index.dat");
-    }
-    std::string grid(4096, '\0');
-    for (size_t block = 0; block < 32; ++block) grid.replace(block * 128, 4, block % 2 ? "LEAK" : "REDR");
-    ASSERT_TRUE(write_file(dir.file("grid.bin"), grid));
-    inputs.push_back(dir.file("grid.bin"));
-    for (const std::string& input : inputs) {
-        for (const char* separator : {",", "|", "tab"}) {
-            const run_result each = run_ravel({"-complete", "-csv_separator", separator, "-f", input});
-            const char sep = separator[0] == 't' ? '\t' : separator[0];
-            for (const record& r : read_csv(after_preamble(each.out), sep)) EXPECT_EQ(r.size(), 22u) << input;
-        }
-    }
 }
 
 TEST(CompleteE2E, TheRealDeletedContainerTellsItsFreeBlocks) {

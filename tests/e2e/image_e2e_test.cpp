@@ -41,7 +41,6 @@ std::string missing_image_road() {
     return missing;
 }
 
-std::string real(const std::string& name) { return real_fixtures_dir() + "/" + name + "/index.dat"; }
 std::string real_database() { return real_fixtures_dir() + "/WebCache/WebCacheV01.dat"; }
 
 // The disk in `dir`/disk.raw: FAT at sector 2048, ext4 (with erin's History and WebCache database) at
@@ -62,11 +61,11 @@ bool make_disk(const temp_dir& dir) {
     // 4 KiB files with every other one deleted: the container goes into the holes, in pieces.
     script += "head -c 4096 /dev/zero | tr '\\0' 'f' > fill; for i in $(seq 1 40); do mcopy -i fat.img fill ::/fill$i; done; "
               "for i in $(seq 1 2 40); do mdel -i fat.img ::/fill$i; done; ";
-    script += "mcopy -i fat.img " + testsupport::quoted(real("Content.IE5")) + " " + testsupport::quoted("::/" + content) + "; ";
-    script += "mcopy -i fat.img " + testsupport::quoted(real("History.IE5")) + " " + testsupport::quoted("::/" + history) + "; ";
-    script += "mcopy -i fat.img " + testsupport::quoted(real("deleted")) + " ::/Users/bob/History/index.dat; ";
+    script += "mcopy -i fat.img " + testsupport::quoted(real_container("Content.IE5")) + " " + testsupport::quoted("::/" + content) + "; ";
+    script += "mcopy -i fat.img " + testsupport::quoted(real_container("History.IE5")) + " " + testsupport::quoted("::/" + history) + "; ";
+    script += "mcopy -i fat.img " + testsupport::quoted(real_container("deleted")) + " ::/Users/bob/History/index.dat; ";
     script += "mdel -i fat.img ::/Users/bob/History/index.dat; ";
-    script += "mkdir -p " + testsupport::quoted("tree/" + erin.substr(0, erin.rfind('/'))) + "; cp " + testsupport::quoted(real("History.IE5")) + " " +
+    script += "mkdir -p " + testsupport::quoted("tree/" + erin.substr(0, erin.rfind('/'))) + "; cp " + testsupport::quoted(real_container("History.IE5")) + " " +
               testsupport::quoted("tree/" + erin) + "; mkdir -p " +
               testsupport::quoted("tree/" + database.substr(0, database.rfind('/'))) + "; cp " +
               testsupport::quoted(real_database()) + " " + testsupport::quoted("tree/" + database) +
@@ -75,12 +74,6 @@ bool make_disk(const temp_dir& dir) {
               "sfdisk -q disk.raw; dd if=fat.img of=disk.raw bs=512 seek=2048 conv=notrunc status=none; "
               "dd if=ext.img of=disk.raw bs=512 seek=36864 conv=notrunc status=none";
     return write_file(dir.file("make.sh"), script) && shell("sh " + testsupport::quoted(dir.file("make.sh")));
-}
-
-std::vector<csv_record> complete_rows(const std::string& out) {
-    std::vector<csv_record> rows = read_csv(after_preamble(out));
-    if (!rows.empty()) rows.erase(rows.begin());  // the header
-    return rows;
 }
 
 // A row without the columns that say where it lies: source, offset, file in image, file state.
@@ -92,7 +85,7 @@ csv_record content_of(csv_record row) {
 
 // The -complete rows of a container on -f, from a folder whose path words are those it has in the image.
 std::vector<csv_record> file_rows(const temp_dir& dir, const std::string& fixture, const std::string& path) {
-    EXPECT_TRUE(write_file(dir.file("f/" + path), read_file(real(fixture))));
+    EXPECT_TRUE(write_file(dir.file("f/" + path), read_file(real_container(fixture))));
     std::vector<csv_record> rows;
     for (const csv_record& row : complete_rows(run_ravel({"-f", path, "-complete"}, "", {}, dir.file("f")).out))
         rows.push_back(content_of(row));
@@ -150,7 +143,7 @@ TEST(ImageE2E, RowsAreTiedToTheFilesThatHoldThem) {
     EXPECT_EQ(by_file.size(), 4u);
     // The deleted container's entries come from the media scan, tied to its deleted name.
     std::set<std::string> fixture_urls;
-    for (const csv_record& row : complete_rows(run_ravel({"-f", real("deleted"), "-complete"}).out)) fixture_urls.insert(row[9]);
+    for (const csv_record& row : complete_rows(run_ravel({"-f", real_container("deleted"), "-complete"}).out)) fixture_urls.insert(row[9]);
     EXPECT_EQ(deleted_urls, fixture_urls);
     for (const csv_record& row : rows) {
         if (row[state_column] != "deleted") continue;
@@ -208,10 +201,10 @@ TEST(ImageE2E, AVolumeWithoutAFileSystemIsToldAndCarved) {
         erins += row[source_column] == "disk.raw:36864:/" + erin;
     }
     // Content, History and the deleted container, carved; erin's History still read as its file.
-    EXPECT_EQ(carved, complete_rows(run_ravel({"-f", real("Content.IE5"), "-complete"}).out).size() +
-                          complete_rows(run_ravel({"-f", real("History.IE5"), "-complete"}).out).size() +
-                          complete_rows(run_ravel({"-f", real("deleted"), "-complete"}).out).size());
-    EXPECT_EQ(erins, complete_rows(run_ravel({"-f", real("History.IE5"), "-complete"}).out).size());
+    EXPECT_EQ(carved, complete_rows(run_ravel({"-f", real_container("Content.IE5"), "-complete"}).out).size() +
+                          complete_rows(run_ravel({"-f", real_container("History.IE5"), "-complete"}).out).size() +
+                          complete_rows(run_ravel({"-f", real_container("deleted"), "-complete"}).out).size());
+    EXPECT_EQ(erins, complete_rows(run_ravel({"-f", real_container("History.IE5"), "-complete"}).out).size());
 
     const run_result missing = run_ravel({"-image", "nothing.raw"}, "", {}, dir.path());
     EXPECT_EQ(missing.status, 255);
@@ -233,10 +226,10 @@ TEST(ImageE2E, NtfsVolumeWrittenThroughNtfs3g) {
     RAVEL_NEEDS(mounted ? "" : "the ntfs-3g mount failed (FUSE)");
     // The container is written 8 KiB at a time, a filler file after each piece: it lies in fragments.
     const bool written = shell("cd " + d + " && mkdir -p " + testsupport::quoted(folder) + " mnt/Users/dave/History && " +
-                               "split -b 8192 -d " + testsupport::quoted(real("Content.IE5")) + " part. && " +
+                               "split -b 8192 -d " + testsupport::quoted(real_container("Content.IE5")) + " part. && " +
                                "head -c 8192 /dev/zero | tr '\\0' 'f' > filler && for p in part.*; do cat $p >> " +
                                testsupport::quoted("mnt/" + content) + " && sync && cp filler mnt/$p && sync || exit 1; done && cp " +
-                               testsupport::quoted(real("deleted")) + " mnt/Users/dave/History/index.dat && sync && "
+                               testsupport::quoted(real_container("deleted")) + " mnt/Users/dave/History/index.dat && sync && "
                                "rm mnt/Users/dave/History/index.dat");
     ASSERT_TRUE(shell("cd " + d + " && umount mnt") && written);
     const run_result run = run_ravel({"-image", "ntfs.img", "-complete"}, "", {}, dir.path());
@@ -248,5 +241,5 @@ TEST(ImageE2E, NtfsVolumeWrittenThroughNtfs3g) {
         deleted += row[state_column] == "deleted" && row[image_file_column] == "/Users/dave/History/index.dat";
     }
     EXPECT_EQ(live, file_rows(dir, "Content.IE5", content));
-    EXPECT_EQ(deleted, complete_rows(run_ravel({"-f", real("deleted"), "-complete"}).out).size());
+    EXPECT_EQ(deleted, complete_rows(run_ravel({"-f", real_container("deleted"), "-complete"}).out).size());
 }

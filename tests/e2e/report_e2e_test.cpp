@@ -1,10 +1,7 @@
 // The report on its way out: a write that fails is told once and fails the run, and what was
 // written before it stays.
 #include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <sys/statvfs.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <cstdlib>
 
@@ -77,31 +74,7 @@ TEST(ReportE2E, AFailedWriteIsToldOnceAndFailsTheRun) {
     EXPECT_EQ(disk.err.find(to_file, told + 1), std::string::npos);
 }
 
-TEST(ReportE2E, AReportThatFillsTheDiskKeepsWhatFit) {
-    inputs in;
-    const std::string disk = in.dir.file("disk"), report = disk + "/report.csv";
-    mkdir(disk.c_str(), 0700);
-    // Not a multiple of the 256 KiB buffer: the last write that fits is a short one.
-    if (geteuid() != 0 || std::system(("mount -t tmpfs -o size=1000k tmpfs '" + disk + "' 2>/dev/null").c_str()) != 0)
-        GTEST_SKIP() << "mounting a 1000 KiB tmpfs needs root: the full-disk test is skipped";
-    struct unmount {
-        std::string at;
-        ~unmount() { std::system(("umount '" + at + "'").c_str()); }
-    } unmount_at_end{disk};
-    struct statvfs fs {};
-    ASSERT_EQ(statvfs(disk.c_str(), &fs), 0);
-    const size_t room = static_cast<size_t>(fs.f_bavail) * fs.f_bsize;
-
-    run_result full = run_ravel({"-quiet", "-out", report, "-pipe"}, in.list);
-    EXPECT_EQ(full.out, "");
-    EXPECT_EQ(full.err, "prob writing results file: " + report + "\n");
-    EXPECT_EQ(full.status, 255);
-    const std::string kept = read_file(report), rows = after_preamble(kept);
-    EXPECT_GE(kept.size(), room);
-    EXPECT_EQ(rows, after_preamble(run_ravel({"-quiet", "-pipe"}, in.list).out).substr(0, rows.size()));
-}
-
-// The same without root: a file-size limit cuts the report file. 976 blocks are no multiple of the
+// A full disk, without root: a file-size limit cuts the report file. 976 blocks are no multiple of the
 // 256 KiB buffer, so a write is cut short, and the write after it fails.
 TEST(ReportE2E, AReportCutByTheFileSizeLimitKeepsWhatFit) {
     inputs in;

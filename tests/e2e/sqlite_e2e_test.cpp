@@ -21,7 +21,6 @@ using namespace testsupport;
 
 namespace {
 
-std::string real(const std::string& folder) { return real_fixtures_dir() + "/" + folder + "/index.dat"; }
 
 // What sqlite3 prints for `sql` over `db`, as CSV with plain line ends.
 std::string query(const std::string& db, const std::string& sql) {
@@ -57,13 +56,6 @@ const char raw_mismatches[] =
     "   IS NOT substr(last_sync, 1, 19) AND last_sync IS NOT NULL"
     " OR typeof(file_size) != 'integer' OR typeof(use_count) != 'integer' OR typeof(offset) != 'integer'"
     " OR typeof(allocated) NOT IN ('integer', 'null') OR typeof(hash_listed) NOT IN ('integer', 'null');";
-
-// The report's rows after its preamble and header row.
-std::vector<csv_record> complete_rows(const std::string& out) {
-    std::vector<csv_record> rows = read_csv(after_preamble(out));
-    if (!rows.empty()) rows.erase(rows.begin());
-    return rows;
-}
 
 // (datetime, timestamp_desc) of each jsonl line, as CSV rows.
 std::string jsonl_events(const std::string& jsonl) {
@@ -122,12 +114,13 @@ void expect_database_matches(const std::vector<std::string>& args, const std::st
 TEST(SqliteE2E, EntriesAreTheCompleteRowsOnTheFileAndImageRoads) {
     RAVEL_NEEDS(missing_real_fixtures());
     RAVEL_NEEDS(missing_tools({"sqlite3"}, "sqlite3"));
-    expect_database_matches({"-pipe"}, real("Content.IE5") + "\n" + real("History.IE5") + "\n" + real("deleted") + "\n",
-                            60);
+    const std::string list =
+        real_container("Content.IE5") + "\n" + real_container("History.IE5") + "\n" + real_container("deleted") + "\n";
+    expect_database_matches({"-pipe"}, list, 60);
 
     // A container inside a disk image: the image road, offsets on the disk.
     temp_dir dir;
-    ASSERT_TRUE(sparse_vmdk(1 << 20, 128, 512).write(65536, read_file(real("Content.IE5"))).save(dir.file("disk.vmdk")));
+    ASSERT_TRUE(sparse_vmdk(1 << 20, 128, 512).write(65536, read_file(real_container("Content.IE5"))).save(dir.file("disk.vmdk")));
     expect_database_matches({"-vmdk", dir.file("disk.vmdk")}, "", 30);
 }
 
@@ -137,9 +130,9 @@ TEST(SqliteE2E, SourcesTellEachInput) {
     temp_dir dir;
     const std::string db = dir.file("case.db");
     const run_result r = run_ravel({"-pipe", "-timeline", "body", "-sqlite", db},
-                                   real("History.IE5") + "\n" + dir.file("missing.dat") + "\n");
+                                   real_container("History.IE5") + "\n" + dir.file("missing.dat") + "\n");
     ASSERT_EQ(r.status, 0);
-    EXPECT_EQ(query(db, "SELECT path = '" + real("History.IE5") + "', road, image, cache_kind, size, containers,"
+    EXPECT_EQ(query(db, "SELECT path = '" + real_container("History.IE5") + "', road, image, cache_kind, size, containers,"
                         " entries = (SELECT count(*) FROM entries WHERE source_id = sources.id), read_to_end"
                         " FROM sources ORDER BY id;"),
               "1,file,,history,32768,1,1,1\n0,file,,,,,,0\n");
@@ -168,7 +161,7 @@ TEST(SqliteE2E, AKilledRunKeepsTheInputsItFinished) {
     close(names[0]);
     // The second name is a FIFO: this open returns once ravel has opened it, that is once the first
     // input is committed and the second one's transaction has begun.
-    const std::string list = real("Content.IE5") + "\n" + fifo + "\n";
+    const std::string list = real_container("Content.IE5") + "\n" + fifo + "\n";
     ASSERT_EQ(write(names[1], list.data(), list.size()), static_cast<ssize_t>(list.size()));
     const int writer = open(fifo.c_str(), O_WRONLY);
     kill(child, SIGKILL);
@@ -179,7 +172,7 @@ TEST(SqliteE2E, AKilledRunKeepsTheInputsItFinished) {
     ASSERT_TRUE(WIFSIGNALED(status));
 
     EXPECT_EQ(query(db, "PRAGMA integrity_check;"), "ok\n");
-    const size_t rows = complete_rows(run_ravel({"-f", real("Content.IE5"), "-complete"}).out).size();
+    const size_t rows = complete_rows(run_ravel({"-f", real_container("Content.IE5"), "-complete"}).out).size();
     EXPECT_EQ(query(db, "SELECT count(*), sum(read_to_end) FROM sources;"), "1,1\n");
     EXPECT_EQ(query(db, "SELECT count(*) FROM entries;"), std::to_string(rows) + "\n");
     EXPECT_EQ(query(db, "SELECT count(*) FROM runs WHERE ended IS NULL;"), "1\n");
@@ -193,7 +186,7 @@ TEST(SqliteE2E, AFailedDatabaseWriteKeepsTheInputsFinishedBefore) {
     temp_dir dir;
     const std::string db = dir.file("case.db"), list = dir.file("list"), err = dir.file("err");
     std::string names;
-    for (int i = 0; i < 100; ++i) names += real("Content.IE5") + "\n";
+    for (int i = 0; i < 100; ++i) names += real_container("Content.IE5") + "\n";
     ASSERT_TRUE(write_file(list, names));
     // The limit's signal ignored, so that the write fails instead of ending the run.
     const int status = std::system(("trap '' XFSZ; ulimit -f 1000; exec " + quoted(ravel_binary()) +

@@ -45,9 +45,9 @@ TEST(ThreadsE2E, TheSameBytesWhateverTheThreads) {
     // A list whose files take turns with the cache kind their paths give, so that files that give none
     // (a big file, an empty one, a database, one that won't open) carry the kind of the one before.
     const std::string real = real_fixtures_dir();
-    std::vector<std::string> list = {real + "/History.IE5/index.dat", dir.file("big.bin"), dir.file("missing.dat"),
-                                     real + "/WebCache/WebCacheV01.dat", real + "/Content.IE5/index.dat",
-                                     real + "/deleted/index.dat"};
+    std::vector<std::string> list = {real_container("History.IE5"), dir.file("big.bin"), dir.file("missing.dat"),
+                                     real + "/WebCache/WebCacheV01.dat", real_container("Content.IE5"),
+                                     real_container("deleted")};
     const char* folders[] = {"MSHist012015030120150308", "History.IE5", "Content.IE5", "Cookies", "case"};
     for (uint32_t seed = 0; seed < 40; ++seed) {
         if (seed == 20) list.push_back(dir.file("big.bin"));

@@ -103,28 +103,6 @@ TEST(EntryDecoding, TheLosslessDecodingKeepsEveryEntry) {
     }
 }
 
-// The entry of the one-block LEAK found in a real container: its URL offset is the unset mark, its file
-// name, size, directory and DOS access stamp are its own.
-TEST(EntryDecoding, ALeakWithoutAUrlKeepsItsFields) {
-    url_entry e;
-    e.signature = "LEAK";
-    e.blocks = 1;
-    e.url_offset = 0xDEADBEEF;
-    e.file_name = "ADSAdClient31[1].htm";
-    e.file_size = 1966;
-    e.directory_index = 2;
-    e.last_access = 0xDEADBEEFDEADBEEFull;
-    e.second_date = dos_date_of(2012, 3, 17);
-    e.second_time = dos_time_of(0, 24, 36);
-    byte_image image;
-    write_url_entry(image, 0, e);
-    const activity_record row = decode(image, 0, cache_unknown, true).at(0);
-    EXPECT_EQ(fields(row), "||ADSAdClient31[1].htm|");
-    EXPECT_EQ(row.file_size, 1966u);
-    EXPECT_EQ(row.directory_index, 2);
-    EXPECT_EQ(row.second_stamp.date_word, dos_date_of(2012, 3, 17));
-}
-
 TEST(EntryDecoding, RedrEntries) {
     byte_image redr;
     write_redr_entry(redr, 0, "http://r/?a,b \r\n");

@@ -137,7 +137,7 @@ TEST(Lossless, EveryDefaultRowHasItsCompleteRowAndEvents) {
 TEST(Lossless, RealContainersAndTheirMutants) {
     RAVEL_NEEDS(missing_real_fixtures());
     for (const char* name : {"Content.IE5", "History.IE5", "deleted"}) {
-        const std::string bytes = read_file(real_fixtures_dir() + "/" + name + "/index.dat");
+        const std::string bytes = read_file(real_container(name));
         ASSERT_FALSE(bytes.empty()) << name;
         EXPECT_EQ(lossless_faults(bytes, road::whole_file), "") << name;
         for (uint32_t seed = 0; seed < 150; ++seed)

@@ -31,9 +31,8 @@ activity_record url_row() {
 
 TEST(Report, StampColumns) {
     struct { uint64_t ticks; const char* columns; } cases[] = {
-        {filetime_of(1899, 12, 31, 23, 59, 59), ","}, {filetime_of(1900, 1, 1), "1900-01-01,00:00:00.000 UTC"},
-        {116444736000000000ull, ","}, {116444736009999999ull, ","}, {0x8000000000000000ull, ","},  // 1970's 1st second
-        {116444735999999999ull, "1969-12-31,23:59:59.999 UTC"}, {116444736010000000ull, "1970-01-01,00:00:01.000 UTC"},
+        // Which stamps are dates is pinned in the time tests; here only how each kind fills its columns.
+        {116444736000000000ull, ","}, {116444735999999999ull, "1969-12-31,23:59:59.999 UTC"},
     };
     for (const auto& c : cases) {
         activity_record row = url_row();

@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "support/run_ravel.h"
+
 namespace testsupport {
 
 using csv_record = std::vector<std::string>;
@@ -41,6 +43,13 @@ inline std::vector<csv_record> read_csv(const std::string& text, char separator 
         }
     }
     return records;
+}
+
+// The rows of a -complete run's standard output, after its preamble and header row.
+inline std::vector<csv_record> complete_rows(const std::string& out) {
+    std::vector<csv_record> rows = read_csv(after_preamble(out));
+    if (!rows.empty()) rows.erase(rows.begin());
+    return rows;
 }
 
 }  // namespace testsupport

@@ -41,6 +41,8 @@ std::string real_fixtures_dir();
 inline std::string missing_real_fixtures() {
     return real_fixtures_dir().empty() ? "../shared/fixtures/real is absent" : "";
 }
+// The index.dat of the real sample folder `name` ("Content.IE5", "History.IE5", "deleted").
+inline std::string real_container(const std::string& name) { return real_fixtures_dir() + "/" + name + "/index.dat"; }
 
 // A fresh empty folder under the system's temporary folder, removed by the destructor.
 class temp_dir {

@@ -141,11 +141,8 @@ bool read_database(run_context& run, const input_ref& input, image_reader& file,
         case webcache_fault::none:
             break;
         case webcache_fault::not_offered:
-            if (!run.told_databases_not_read) {
-                write_console_error("prob reading " + input.path +
-                                    ": WebCache databases are not read in this build, it is read as any other file\n");
-                run.told_databases_not_read = true;
-            }
+            run.say_once("prob reading " + input.path +
+                         ": WebCache databases are not read in this build, it is read as any other file\n");
             return false;
         case webcache_fault::refused:
             diag_line(run.diags, "libesedb refused " + input.path + ": " + database.library_text());

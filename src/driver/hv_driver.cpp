@@ -26,7 +26,6 @@
 #include "storage/hv_report_stream.h"
 #include "storage/hv_file_stats.h"
 #include "storage/hv_vmdk.h"
-#include "webcache/hv_webcache.h"
 
 namespace {
 
@@ -72,8 +71,7 @@ void parse_listed(run_context& run, const cmd_opts& opts, const time_window& win
 }
 
 // -pipe and -enumdir: a failed file never changes the status. With more than one thread the files
-// are parsed at once and handed on in list order, unless a database may have to be told unread
-// (that is said once a run, by the first file in list order that meets it).
+// are parsed at once and handed on in list order.
 int parse_list(run_context& run, const cmd_opts& opts, entry_writer& report, entry_writer* database) {
     const time_window window = opts.time_bounds();
     hvportdir::stdin_stream_ex input(&window);
@@ -81,7 +79,7 @@ int parse_list(run_context& run, const cmd_opts& opts, entry_writer& report, ent
                                    : input.init_to_enumdir(opts.enum_dir, opts.num_subdirs, opts.name_filters);
     if (!started) return status_ok;
     std::string name;
-    if (run.threads <= 1 || !webcache_database::offered()) {
+    if (run.threads <= 1) {
         // Once the report can't be written, the inputs left would be parsed for nothing.
         while (run.scan.report_ok() && input.read(name, true))
             if (!name.empty()) parse_listed(run, opts, window, name);

@@ -13,6 +13,7 @@ struct list_jobs::event {
     // next: a name of the list begins, where one thread would ask whether the report can still be written.
     enum kind_t : uint8_t { said, made, begin, entry, end, next } kind = said;
     bool database = false;
+    bool once = false;  // said only if no job before said it (run_context::say_once)
     console_capture::target where = console_capture::error;
     std::string text;
     std::unique_ptr<activity_record> row;
@@ -66,8 +67,16 @@ public:
           database_(*this, true),
           scan_(report_, whole, jobs.database_ != nullptr ? &database_ : nullptr),
           // The -diags log's lines come to the job through the console's capture.
-          run_{scan_, settings.show_progress, settings.diags, false, 1},
-          thread_(&worker::work, this) {}
+          run_{scan_, settings.show_progress, settings.diags, 1},
+          thread_(&worker::work, this) {
+        run_.hand_on_once = [this](const std::string& text) {
+            put_made();
+            event e;
+            e.once = true;
+            e.text = text;
+            put(std::move(e));
+        };
+    }
     ~worker() { thread_.join(); }
 
     void said(target where, const char* text, size_t size) override {
@@ -160,8 +169,8 @@ private:
     }
 
     void put(event&& e) {
-        if (e.kind == event::said && !pending_.empty() && pending_.back().kind == event::said &&
-            pending_.back().where == e.where)
+        if (e.kind == event::said && !e.once && !pending_.empty() && pending_.back().kind == event::said &&
+            !pending_.back().once && pending_.back().where == e.where)
             pending_.back().text += e.text;
         else
             pending_.push_back(std::move(e));
@@ -303,6 +312,7 @@ void list_jobs::replay(event& e) {
     entry_writer* writer = e.database ? database_ : &report_;
     switch (e.kind) {
         case event::said:
+            if (e.once && std::exchange(said_once_, true)) break;
             if (e.where == console_capture::error) {
                 write_console_error(e.text);
             } else if (e.where == console_capture::report) {

@@ -64,6 +64,7 @@ private:
     std::deque<std::shared_ptr<job>> jobs_;  // not handed on yet, oldest first
     std::deque<std::shared_ptr<job>> idle_;  // not taken by a worker yet, oldest first
     uint32_t category_ = cache_unknown;    // the cache kind rows get, carried from input to input
+    bool said_once_ = false;                // the run's once-said line is said (a list is the run's one road)
     std::mutex mutex_;
     std::condition_variable room_;   // workers wait here: for a job, or for room in theirs
     std::condition_variable ready_;  // the run's thread waits here: for the oldest job's events

@@ -10,6 +10,15 @@
 #include "storage/hv_ewf.h"
 #include "storage/hv_image.h"
 
+void run_context::say_once(const std::string& text) {
+    if (hand_on_once) {
+        hand_on_once(text);
+    } else if (!said_once) {
+        said_once = true;
+        write_console_error(text);
+    }
+}
+
 bool scan_file(run_context& run, const input_ref& input, image_reader& file, bool& result) {
     result = false;
     const uint64_t size = file.size();
@@ -33,15 +42,19 @@ bool scan_file(run_context& run, const input_ref& input, image_reader& file, boo
 }
 
 bool scan_one_file(run_context& run, const input_ref& input, image_reader& file, bool& result) {
-    const uint64_t size = file.size();
-    if (size == 0 || size > whole_file_limit) return read_database(run, input, file, result) || scan_file(run, input, file, result);
     // A file read whole is read once, into the scan's buffer: the look at its header and its scan take
     // the same bytes.
-    result = false;
-    const uint8_t* bytes = view_or_read(file, 0, static_cast<size_t>(size), run.scan.buffer);
-    if (bytes == nullptr) return false;  // no memory or no read: no header row either
-    memory_image whole(bytes, static_cast<size_t>(size));
-    return read_database(run, input, whole, result) || scan_file(run, input, whole, result);
+    const uint64_t size = file.size();
+    image_reader* bytes_of = &file;
+    memory_image whole(nullptr, 0);
+    if (size != 0 && size <= whole_file_limit) {
+        const uint8_t* bytes = view_or_read(file, 0, static_cast<size_t>(size), run.scan.buffer);
+        result = false;
+        if (bytes == nullptr) return false;  // no memory or no read: no header row either
+        whole = memory_image(bytes, static_cast<size_t>(size));
+        bytes_of = &whole;
+    }
+    return read_database(run, input, *bytes_of, result) || scan_file(run, input, *bytes_of, result);
 }
 
 bool process_input(run_context& run, const input_ref& input) {

@@ -2,7 +2,9 @@
 // beyond), the device and VMDK roads, the E01 road and the image road.
 #pragma once
 #include <cstdint>
+#include <functional>
 #include <ostream>
+#include <string>
 
 #include "entries/hv_entry_writer.h"
 
@@ -11,11 +13,19 @@ class input_scan;
 
 // What the roads of a run share: the scan, the settings they read, and what outlasts an input.
 struct run_context {
+    explicit run_context(input_scan& run_scan, bool progress = true, std::ostream* log = nullptr, unsigned workers = 1)
+        : scan(run_scan), show_progress(progress), diags(log), threads(workers) {}
+
     input_scan& scan;
     bool show_progress = true;
     std::ostream* diags = nullptr;          // the -diags log, or null
-    unsigned threads = 1;                   // -threads: workers of the image roads
-    bool told_databases_not_read = false;  // a build without libesedb says so once a run
+    unsigned threads = 1;                   // -threads: workers of the image and list roads
+    // A line a run says once, at its first occasion (a build without libesedb meeting a database). A
+    // list road's worker hands it on instead: only the run's thread knows which occasion comes first.
+    std::function<void(const std::string&)> hand_on_once;
+    bool said_once = false;
+
+    void say_once(const std::string& text);
 };
 
 // A file of this size or less is read whole; a larger one goes in chunks.

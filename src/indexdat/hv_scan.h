@@ -83,7 +83,6 @@ public:
     uint64_t rows() const { return rows_ + waiting_.size() + next_waiting_.size(); }
 
     std::vector<uint8_t> buffer;  // what a reader can't lend is read here, input after input
-    bool told_databases_not_read = false;  // a build without libesedb says so once a run
 
 private:
     // The row to the writer, placed first on the image road; false from the placement drops it.
